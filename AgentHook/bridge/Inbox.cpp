@@ -1,0 +1,68 @@
+#include "bridge/Inbox.hpp"
+
+#include "platform/AppDetection.hpp"
+#include "platform/Environment.hpp"
+#include "platform/Files.hpp"
+#include "platform/Identifiers.hpp"
+#include "runtime/Logging.hpp"
+
+namespace AgentHook {
+
+std::string inboxDirectory() {
+    const std::string support = platform::applicationSupportDirectory();
+    return support.empty() ? std::string() : support + "/voxtrel/agent/inbox";
+}
+
+bool writeInboxPayload(const AgentInboxPayload& payload) {
+    const std::string directory = inboxDirectory();
+    std::string error;
+    if (directory.empty()) {
+        log("Failed to create inbox directory: no home directory");
+        return false;
+    }
+    if (!platform::createDirectories(directory, &error)) {
+        log("Failed to create inbox directory: " + error);
+        return false;
+    }
+    const std::string name = directory + "/" + platform::randomUuid();
+    const std::string temporary = name + ".json.tmp";
+    const std::optional<std::string> bytes = encodeInboxPayload(payload);
+    if (!bytes) {
+        error = "the payload holds text that is not valid UTF-8";
+    } else if (platform::writeFile(temporary, *bytes, &error) && platform::moveFile(temporary, name + ".json", &error)) {
+        return true;
+    }
+    log("Failed to write inbox payload: " + error);
+    platform::removeFile(temporary);
+    return false;
+}
+
+bool isVoxtrelRunning() {
+    return platform::isApplicationRunning({"com.brightloft.voxtrel", "com.brightloft.voxtrel.debug"});
+}
+
+std::string detectScheme() {
+    return platform::environmentValue("VOXTREL_SCHEME").value_or("voxtrel");
+}
+
+std::optional<std::string> wakeUrl(const std::string& scheme) {
+    // RFC 3986: ALPHA *( ALPHA / DIGIT / "+" / "-" / "." )
+    auto isAlpha = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
+    if (scheme.empty() || !isAlpha(scheme[0])) return std::nullopt;
+    for (const char c : scheme) {
+        if (!isAlpha(c) && !(c >= '0' && c <= '9') && c != '+' && c != '-' && c != '.') return std::nullopt;
+    }
+    return scheme + "://agent-wake";
+}
+
+void fireAgentWake() {
+    if (const std::optional<std::string> url = wakeUrl(detectScheme())) platform::openUrl(*url);
+}
+
+void deliverToVoxtrel(const AgentInboxPayload& payload) {
+    const bool written = writeInboxPayload(payload);
+    if (!isVoxtrelRunning()) fireAgentWake();
+    if (!written) log("Inbox write failed; deeplink fallback may be needed");
+}
+
+}  // namespace AgentHook

@@ -1,0 +1,34 @@
+// Delivery to the app: a payload lands complete, under a fresh UUID name, in
+// the app's inbox; when the app is not running its wake-up URL is opened.
+#pragma once
+
+#include <string>
+
+#include "bridge/AgentInboxPayload.hpp"
+
+namespace AgentHook {
+
+// Application Support + "/voxtrel/agent/inbox"; "" when there is no home.
+std::string inboxDirectory();
+
+// Writes "<UUID>.json.tmp" and moves it to "<UUID>.json". True when the final
+// file exists; failures are logged and leave no temporary file.
+bool writeInboxPayload(const AgentInboxPayload& payload);
+
+// Either app identifier ("com.brightloft.voxtrel", "com.brightloft.voxtrel.debug") running.
+bool isVoxtrelRunning();
+
+// VOXTREL_SCHEME when set (whatever its value), else "voxtrel".
+std::string detectScheme();
+
+// scheme + "://agent-wake", or nothing when the scheme is not a valid URL scheme.
+std::optional<std::string> wakeUrl(const std::string& scheme);
+
+// Opens the wake-up URL; does nothing for an invalid scheme.
+void fireAgentWake();
+
+// Delivers `payload`, wakes the app if it is not running, and logs a failed
+// delivery. The order every sender uses.
+void deliverToVoxtrel(const AgentInboxPayload& payload);
+
+}  // namespace AgentHook

@@ -1,0 +1,18 @@
+// Wall-clock time and sleeping.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace AgentHook::platform {
+
+// Whole seconds since 1970-01-01 00:00 UTC.
+std::int64_t unixSeconds();
+
+// The current time as "2026-11-16T20:06:55Z" (UTC, whole seconds).
+std::string isoTimestampUtc();
+
+// Blocks the thread; an interrupting signal ends the sleep early.
+void sleepSeconds(double seconds);
+
+}  // namespace AgentHook::platform

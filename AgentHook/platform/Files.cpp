@@ -1,0 +1,90 @@
+#include "platform/Files.hpp"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/Streams.hpp"
+
+namespace AgentHook::platform {
+
+bool fileExists(const std::string& path) {
+    struct stat info;
+    return ::stat(path.c_str(), &info) == 0;
+}
+
+std::string lastErrorDescription() { return std::strerror(errno); }
+
+bool createDirectories(const std::string& path, std::string* error) {
+    struct stat info;
+    if (::stat(path.c_str(), &info) == 0) {
+        if (S_ISDIR(info.st_mode)) return true;
+        if (error) *error = "\"" + path + "\" exists and is not a directory";
+        return false;
+    }
+    // Create each missing component from the top down.
+    for (std::size_t i = 1; i <= path.size(); ++i) {
+        if (i != path.size() && path[i] != '/') continue;
+        const std::string part = path.substr(0, i);
+        if (::mkdir(part.c_str(), 0777) == 0 || errno == EEXIST) continue;
+        if (error) *error = lastErrorDescription() + " (" + part + ")";
+        return false;
+    }
+    if (::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) return true;
+    if (error) *error = "\"" + path + "\" is not a directory";
+    return false;
+}
+
+std::optional<std::string> readFile(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return std::nullopt;
+    std::optional<std::string> bytes = readAll(fd);
+    ::close(fd);
+    return bytes;
+}
+
+bool writeFile(const std::string& path, std::string_view bytes, std::string* error) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0) {
+        if (error) *error = lastErrorDescription();
+        return false;
+    }
+    const bool written = writeAll(fd, bytes);
+    if (!written && error) *error = lastErrorDescription();
+    if (::close(fd) != 0 && written) {
+        if (error) *error = lastErrorDescription();
+        return false;
+    }
+    return written;
+}
+
+bool writeFileAtomically(const std::string& path, std::string_view bytes, std::string* error) {
+    const std::string temporary = path + ".tmp" + std::to_string(::getpid());
+    if (!writeFile(temporary, bytes, error) || !moveFile(temporary, path, error)) {
+        removeFile(temporary);
+        return false;
+    }
+    return true;
+}
+
+bool moveFile(const std::string& from, const std::string& to, std::string* error) {
+    if (::rename(from.c_str(), to.c_str()) == 0) return true;
+    if (error) *error = lastErrorDescription();
+    return false;
+}
+
+void removeFile(const std::string& path) {
+    if (::unlink(path.c_str()) != 0 && errno == EISDIR) ::rmdir(path.c_str());
+}
+
+bool appendToFile(const std::string& path, std::string_view bytes) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    if (fd < 0) return false;
+    const bool written = writeAll(fd, bytes);
+    ::close(fd);
+    return written;
+}
+
+}  // namespace AgentHook::platform

@@ -1,0 +1,42 @@
+// File-system facilities. Every failure is reported through the return value
+// (and, where callers log it, an error text); nothing throws.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace AgentHook::platform {
+
+// True when anything (file, directory, link target) exists at `path`.
+bool fileExists(const std::string& path);
+
+// Creates `path` and every missing parent. An existing directory is success;
+// on failure `error` (when given) receives the system's description.
+bool createDirectories(const std::string& path, std::string* error = nullptr);
+
+// The whole file, or nothing when it cannot be opened or read.
+std::optional<std::string> readFile(const std::string& path);
+
+// Creates (or truncates) `path` and writes `bytes` to it.
+bool writeFile(const std::string& path, std::string_view bytes, std::string* error = nullptr);
+
+// Replaces `path` in one step: the bytes go to a temporary file beside it,
+// which is then renamed over the target. The temporary file is removed on
+// every failure path.
+bool writeFileAtomically(const std::string& path, std::string_view bytes, std::string* error = nullptr);
+
+// rename(2); `error` receives the system's description on failure.
+bool moveFile(const std::string& from, const std::string& to, std::string* error = nullptr);
+
+// Removes a file (or an empty directory); errors are ignored.
+void removeFile(const std::string& path);
+
+// Appends `bytes` to `path` (created when missing) with a single write on a
+// descriptor opened for appending, so concurrent writers never interleave.
+bool appendToFile(const std::string& path, std::string_view bytes);
+
+// The description of the current errno.
+std::string lastErrorDescription();
+
+}  // namespace AgentHook::platform

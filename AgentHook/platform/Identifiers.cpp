@@ -1,0 +1,39 @@
+#include "platform/Identifiers.hpp"
+
+#if defined(__APPLE__)
+#include <CommonCrypto/CommonDigest.h>
+#else
+#include <md5.h>
+#endif
+#include <uuid/uuid.h>
+
+namespace AgentHook::platform {
+
+std::string randomUuid() {
+    uuid_t uuid;
+    uuid_generate_random(uuid);
+    char text[37];
+    uuid_unparse_upper(uuid, text);
+    return std::string(text, 36);
+}
+
+std::string md5Hex(std::string_view bytes) {
+    unsigned char digest[16];
+#if defined(__APPLE__)
+    CC_MD5(bytes.data(), static_cast<CC_LONG>(bytes.size()), digest);
+#else
+    MD5_CTX context;
+    MD5Init(&context);
+    MD5Update(&context, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    MD5Final(digest, &context);
+#endif
+    static constexpr char hex[] = "0123456789abcdef";
+    std::string text(32, '0');
+    for (int i = 0; i < 16; ++i) {
+        text[2 * i] = hex[digest[i] >> 4];
+        text[2 * i + 1] = hex[digest[i] & 0x0f];
+    }
+    return text;
+}
+
+}  // namespace AgentHook::platform

@@ -1,0 +1,52 @@
+#include "platform/Streams.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace AgentHook::platform {
+
+bool writeAll(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t n = ::write(fd, bytes.data(), bytes.size());
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return false;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(n));
+    }
+    return true;
+}
+
+std::optional<std::string> readAll(int fd) {
+    std::string bytes;
+    struct stat info;
+    // Size the buffer once for regular files; large transcripts are read whole.
+    std::size_t chunk = 64 * 1024;
+    if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0) {
+        chunk = static_cast<std::size_t>(info.st_size) + 1;
+    }
+    std::size_t used = 0;
+    for (;;) {
+        if (used == bytes.size()) bytes.resize(used + chunk);
+        const ssize_t n = ::read(fd, bytes.data() + used, bytes.size() - used);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return std::nullopt;
+        }
+        if (n == 0) break;
+        used += static_cast<std::size_t>(n);
+        chunk = std::max<std::size_t>(chunk, 64 * 1024);
+    }
+    bytes.resize(used);
+    return bytes;
+}
+
+std::string readStandardInput() { return readAll(STDIN_FILENO).value_or(std::string()); }
+
+void writeStandardOutput(std::string_view bytes) { writeAll(STDOUT_FILENO, bytes); }
+
+void writeStandardError(std::string_view bytes) { writeAll(STDERR_FILENO, bytes); }
+
+}  // namespace AgentHook::platform

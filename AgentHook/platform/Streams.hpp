@@ -1,0 +1,21 @@
+// Raw descriptor input and output, unbuffered.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace AgentHook::platform {
+
+// Writes all of `bytes` (one write(2) unless the kernel takes less), retrying
+// on EINTR. False when the descriptor refuses the bytes.
+bool writeAll(int fd, std::string_view bytes);
+
+// Reads `fd` to end of file; nothing when a read fails.
+std::optional<std::string> readAll(int fd);
+
+std::string readStandardInput();
+void writeStandardOutput(std::string_view bytes);
+void writeStandardError(std::string_view bytes);
+
+}  // namespace AgentHook::platform

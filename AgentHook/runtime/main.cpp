@@ -1,0 +1,3 @@
+#include "runtime/Dispatch.hpp"
+
+int main(int argc, char** argv) { return AgentHook::dispatch(argc, argv); }

@@ -1,0 +1,29 @@
+// UTF-8 text helpers. Character counts and cuts are of user-perceived
+// characters (extended grapheme clusters), so no character is split.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace AgentHook::text {
+
+bool isValidUtf8(std::string_view bytes);
+
+// Number of grapheme clusters in valid UTF-8 text.
+std::size_t characterCount(std::string_view text);
+
+// The first `count` grapheme clusters of valid UTF-8 text (all of it when shorter).
+std::string_view characterPrefix(std::string_view text, std::size_t count);
+
+// Full Unicode lower-case mapping; bytes that are not valid UTF-8 pass through.
+std::string lowercased(std::string_view text);
+
+// Without leading and trailing Unicode white space and newlines.
+std::string_view trimmed(std::string_view text);
+
+// Decodes one code point at `text[index]`, advancing `index`; -1 (and one
+// byte) for an invalid sequence.
+long decodeCodePoint(std::string_view text, std::size_t& index);
+
+}  // namespace AgentHook::text

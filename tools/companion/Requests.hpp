@@ -1,0 +1,41 @@
+// The app's side of the file protocol: finding payloads in the inbox,
+// showing a request to a person, and turning terminal input into a response.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "bridge/AgentInboxPayload.hpp"
+
+namespace Companion {
+
+// Complete payload files ("*.json"; a "*.json.tmp" is still being written),
+// oldest first by modification time, then by name. Empty when the directory
+// cannot be read.
+std::vector<std::string> payloadFilesInArrivalOrder(const std::string& inbox);
+
+struct Question {
+    std::string header;
+    std::string text;
+    std::vector<std::string> labels;
+    std::vector<std::string> descriptions;
+    bool multiSelect = false;
+};
+
+// The questions of a "question" request's body; nothing when the body is not
+// the expected object.
+std::optional<std::vector<Question>> parseQuestions(const std::string& body);
+
+// The readable block printed for an update payload; `body` is the message
+// file's contents, or nothing when it could not be read.
+std::string describeRequest(const AgentHook::AgentInboxPayload& payload, const std::optional<std::string>& body);
+
+// One terminal line as a question's answer: option numbers ("1", "1,3") pick
+// labels; anything else is the person's own words.
+std::vector<std::string> answerFromLine(const Question& question, const std::string& line);
+
+// {"answers":[[...],...]}, one array per question in order.
+std::string encodeAnswers(const std::vector<std::vector<std::string>>& answers);
+
+}  // namespace Companion

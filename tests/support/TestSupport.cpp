@@ -1,0 +1,272 @@
+#include "support/TestSupport.hpp"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+extern char** environ;
+
+namespace testsupport {
+namespace fs = std::filesystem;
+
+TempDir::TempDir() {
+    std::string pattern = (fs::temp_directory_path() / "agent-hook-test-XXXXXX").string();
+    char* made = ::mkdtemp(pattern.data());
+    if (made == nullptr) throw std::runtime_error("mkdtemp failed");
+    path_ = made;
+}
+
+TempDir::~TempDir() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+}
+
+void writeText(const std::string& path, const std::string& text) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << text;
+}
+
+std::string readText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream buffer;
+    buffer << in.rdbuf();
+    return buffer.str();
+}
+
+bool exists(const std::string& path) {
+    struct stat info;
+    return ::stat(path.c_str(), &info) == 0;
+}
+
+void makeDirectories(const std::string& path) { fs::create_directories(path); }
+
+void makeExecutable(const std::string& path, const std::string& script) {
+    writeText(path, script);
+    ::chmod(path.c_str(), 0755);
+}
+
+std::string uniqueSessionId(const std::string& label) {
+    static std::atomic<int> counter{0};
+    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+    std::string name = info ? info->name() : "test";
+    std::replace(name.begin(), name.end(), '/', '_');
+    return "t-" + label + "-" + name + "-" + std::to_string(::getpid()) + "-" + std::to_string(++counter);
+}
+
+std::vector<std::string> HookEnvironment::build() const {
+    std::map<std::string, std::string> variables;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        const std::string text = *entry;
+        const std::size_t equals = text.find('=');
+        if (equals != std::string::npos) variables[text.substr(0, equals)] = text.substr(equals + 1);
+    }
+    for (const char* name : {"XDG_DATA_HOME", "DBUS_SESSION_BUS_ADDRESS", "XDG_RUNTIME_DIR", "VOXTREL_SCHEME"}) {
+        variables.erase(name);
+    }
+    for (const std::string& name : removed) variables.erase(name);
+    variables["HOME"] = home;
+    variables["PATH"] = binDir + ":" + (variables.count("PATH") ? variables["PATH"] : "/usr/bin:/bin");
+    for (const auto& [name, value] : extra) variables[name] = value;
+    std::vector<std::string> result;
+    for (const auto& [name, value] : variables) result.push_back(name + "=" + value);
+    return result;
+}
+
+HookEnvironment makeHookEnvironment(const TempDir& dir) {
+    HookEnvironment environment;
+    environment.home = dir.file("home");
+    environment.binDir = dir.file("bin");
+    makeDirectories(environment.home);
+    makeDirectories(environment.binDir);
+    makeExecutable(environment.binDir + "/xdg-open",
+                   "#!/bin/sh\nprintf '%s\\n' \"$*\" >> \"$(dirname \"$0\")/xdg-open.calls\"\n");
+    return environment;
+}
+
+std::string inboxOf(const HookEnvironment& environment) {
+    return environment.home + "/.local/share/voxtrel/agent/inbox";
+}
+
+std::vector<std::string> xdgOpenCalls(const HookEnvironment& environment) {
+    // The fake runs detached: give it a moment to record its call.
+    const std::string path = environment.binDir + "/xdg-open.calls";
+    for (int i = 0; i < 100 && !exists(path); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    std::vector<std::string> calls;
+    std::istringstream lines(readText(path));
+    for (std::string line; std::getline(lines, line);) calls.push_back(line);
+    return calls;
+}
+
+RunningProcess start(const std::string& program, const std::vector<std::string>& arguments,
+                     const std::vector<std::string>& environment, bool closeStdin, const std::string& input) {
+    int in[2], out[2], err[2];
+    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) {
+        throw std::runtime_error("pipe failed");
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in[0], 0);
+    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+    posix_spawn_file_actions_adddup2(&actions, err[1], 2);
+    std::vector<char*> argv{const_cast<char*>(program.c_str())};
+    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    std::vector<char*> envp;
+    for (const std::string& entry : environment) envp.push_back(const_cast<char*>(entry.c_str()));
+    envp.push_back(nullptr);
+    RunningProcess process;
+    if (::posix_spawn(&process.pid, program.c_str(), &actions, nullptr, argv.data(), envp.data()) != 0) {
+        throw std::runtime_error("cannot start " + program);
+    }
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(in[0]);
+    ::close(out[1]);
+    ::close(err[1]);
+    process.stdinFd = in[1];
+    process.stdoutFd = out[0];
+    process.stderrFd = err[0];
+    if (!input.empty()) {
+        // Inputs in tests are far below the pipe's capacity.
+        if (::write(process.stdinFd, input.data(), input.size()) != static_cast<ssize_t>(input.size())) {
+            throw std::runtime_error("short write to child");
+        }
+    }
+    if (closeStdin) {
+        ::close(process.stdinFd);
+        process.stdinFd = -1;
+    }
+    return process;
+}
+
+Finished finish(RunningProcess& process) {
+    Finished result;
+    result.pid = process.pid;
+    pollfd fds[2] = {{process.stdoutFd, POLLIN, 0}, {process.stderrFd, POLLIN, 0}};
+    std::string* sinks[2] = {&result.out, &result.err};
+    int open = 2;
+    while (open > 0) {
+        if (::poll(fds, 2, -1) < 0) {
+            if (errno == EINTR) continue;
+            break;
+        }
+        for (int i = 0; i < 2; ++i) {
+            if (fds[i].fd < 0 || fds[i].revents == 0) continue;
+            char buffer[65536];
+            const ssize_t n = ::read(fds[i].fd, buffer, sizeof buffer);
+            if (n > 0) {
+                sinks[i]->append(buffer, static_cast<std::size_t>(n));
+            } else {
+                ::close(fds[i].fd);
+                fds[i].fd = -1;
+                --open;
+            }
+        }
+    }
+    if (process.stdinFd >= 0) ::close(process.stdinFd);
+    int status = 0;
+    while (::waitpid(process.pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return result;
+}
+
+Finished runHook(const std::vector<std::string>& arguments, const std::string& input,
+                 const HookEnvironment& environment) {
+    RunningProcess process = start(AGENT_HOOK_PROGRAM, arguments, environment.build(), true, input);
+    return finish(process);
+}
+
+namespace {
+
+// "[2026-11-16T20:06:55Z] [731] message" → pid and message.
+bool splitLogLine(const std::string& line, pid_t& pid, std::string& message) {
+    if (line.size() < 26 || line[0] != '[' || line[21] != ']' || line.compare(22, 2, " [") != 0) return false;
+    const std::size_t close = line.find("] ", 24);
+    if (close == std::string::npos) return false;
+    pid = static_cast<pid_t>(std::stol(line.substr(24, close - 24)));
+    message = line.substr(close + 2);
+    return true;
+}
+
+}  // namespace
+
+std::vector<std::string> logMessagesOf(pid_t pid) {
+    std::vector<std::string> messages;
+    std::istringstream lines(readText(kScratch + "/debug.log"));
+    bool continuing = false;
+    for (std::string line; std::getline(lines, line);) {
+        pid_t linePid = 0;
+        std::string message;
+        if (splitLogLine(line, linePid, message)) {
+            continuing = linePid == pid;
+            if (continuing) messages.push_back(message);
+        } else if (continuing && !messages.empty()) {
+            // A message that held line feeds continues on the next lines.
+            messages.back() += "\n" + line;
+        }
+    }
+    return messages;
+}
+
+std::vector<std::string> messagesIn(const std::string& standardError) {
+    std::vector<std::string> messages;
+    std::istringstream lines(standardError);
+    for (std::string line; std::getline(lines, line);) {
+        pid_t pid = 0;
+        std::string message;
+        if (splitLogLine(line, pid, message)) {
+            messages.push_back(message);
+        } else if (!messages.empty()) {
+            messages.back() += "\n" + line;
+        }
+    }
+    return messages;
+}
+
+std::vector<std::string> payloadsIn(const std::string& inbox) {
+    std::vector<std::pair<fs::file_time_type, std::string>> files;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(inbox, error)) {
+        if (entry.path().extension() == ".json") files.emplace_back(entry.last_write_time(), entry.path().string());
+    }
+    std::sort(files.begin(), files.end());
+    std::vector<std::string> payloads;
+    for (const auto& [time, path] : files) payloads.push_back(readText(path));
+    return payloads;
+}
+
+std::optional<std::string> waitForPayload(const std::string& inbox, double seconds) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    while (std::chrono::steady_clock::now() < deadline) {
+        std::error_code error;
+        for (const auto& entry : fs::directory_iterator(inbox, error)) {
+            if (entry.path().extension() == ".json") return entry.path().string();
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return std::nullopt;
+}
+
+void removeSessionFiles(const std::string& sessionId) {
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(kScratch, error)) {
+        const std::string name = entry.path().filename().string();
+        if (name.rfind(sessionId + "-", 0) == 0 || name == "disabled-" + sessionId) fs::remove(entry.path(), error);
+    }
+}
+
+}  // namespace testsupport

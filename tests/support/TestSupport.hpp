@@ -1,0 +1,92 @@
+// Shared pieces of the tests: a fresh directory per test, running the built
+// program as a child with a controlled environment, and reading what it left
+// in the log, the inbox and the scratch directory.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/types.h>
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace testsupport {
+
+inline const std::string kScratch = "/tmp/voxtrel-agent";
+
+// A directory made fresh for each test and removed afterwards.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    const std::string& path() const { return path_; }
+    std::string file(const std::string& name) const { return path_ + "/" + name; }
+
+private:
+    std::string path_;
+};
+
+void writeText(const std::string& path, const std::string& text);
+std::string readText(const std::string& path);
+bool exists(const std::string& path);
+void makeDirectories(const std::string& path);
+void makeExecutable(const std::string& path, const std::string& script);
+
+// A unique session id for one test ("t-<test name>-<pid>-<counter>").
+std::string uniqueSessionId(const std::string& label);
+
+// The environment the hook sees in end-to-end tests: HOME in `home`, no
+// XDG_DATA_HOME, no session bus, and `binDir` first on PATH (where a
+// recording fake xdg-open lives).
+struct HookEnvironment {
+    std::string home;
+    std::string binDir;
+    std::map<std::string, std::string> extra;   // set
+    std::vector<std::string> removed;           // unset besides the defaults
+    std::vector<std::string> build() const;
+};
+
+// Makes home, binDir and a fake xdg-open that appends its arguments to
+// binDir/xdg-open.calls.
+HookEnvironment makeHookEnvironment(const TempDir& dir);
+std::string inboxOf(const HookEnvironment& environment);
+std::vector<std::string> xdgOpenCalls(const HookEnvironment& environment);
+
+struct RunningProcess {
+    pid_t pid = -1;
+    int stdinFd = -1;
+    int stdoutFd = -1;
+    int stderrFd = -1;
+};
+
+struct Finished {
+    int status = -1;  // exit status; 128+N when killed by signal N
+    std::string out;
+    std::string err;
+    pid_t pid = -1;
+};
+
+RunningProcess start(const std::string& program, const std::vector<std::string>& arguments,
+                     const std::vector<std::string>& environment, bool closeStdin = true,
+                     const std::string& input = "");
+Finished finish(RunningProcess& process);
+Finished runHook(const std::vector<std::string>& arguments, const std::string& input,
+                 const HookEnvironment& environment);
+
+// The messages of `pid`'s lines in the debug log, prefix removed.
+std::vector<std::string> logMessagesOf(pid_t pid);
+// The messages of the log lines in a captured standard error.
+std::vector<std::string> messagesIn(const std::string& standardError);
+
+// The payload files (".json") in `inbox`, oldest first, as bytes.
+std::vector<std::string> payloadsIn(const std::string& inbox);
+// Waits up to `seconds` for a ".json" file to appear; returns its path.
+std::optional<std::string> waitForPayload(const std::string& inbox, double seconds);
+
+// Removes the session's request files from the scratch directory.
+void removeSessionFiles(const std::string& sessionId);
+
+}  // namespace testsupport

@@ -1,0 +1,133 @@
+#include <gtest/gtest.h>
+
+#include "claude/ClaudeHookInput.hpp"
+#include "text/Json.hpp"
+
+using namespace AgentHook::Claude;
+
+namespace {
+constexpr std::int64_t kNow = 1763323615;
+
+HookInput decode(const std::string& json) {
+    auto input = decodeHookInput(json, kNow);
+    EXPECT_TRUE(input) << json;
+    return input.value_or(HookInput{});
+}
+}  // namespace
+
+TEST(ClaudeInput, EmptyObjectTakesEveryDefault) {
+    const HookInput input = decode("{}");
+    EXPECT_EQ(input.sessionId, "claude_1763323615");
+    EXPECT_EQ(input.cwd, "");
+    EXPECT_EQ(input.toolName, "unknown");
+    EXPECT_FALSE(input.transcriptPath || input.stopHookActive || input.hookEventName || input.message ||
+                 input.notificationType || input.toolInput || input.permissionSuggestions ||
+                 input.permissionMode || input.lastAssistantMessage);
+}
+
+TEST(ClaudeInput, TopLevelMembersOfTheWrongTypeTakeTheirDefault) {
+    const HookInput input = decode(
+        R"({"session_id":42,"cwd":null,"stop_hook_active":"true","hook_event_name":["Stop"],"tool_name":false,)"
+        R"("tool_input":"ls","permission_suggestions":{},"last_assistant_message":7})");
+    EXPECT_EQ(input.sessionId, "claude_1763323615");
+    EXPECT_EQ(input.cwd, "");
+    EXPECT_FALSE(input.stopHookActive);
+    EXPECT_FALSE(input.hookEventName);
+    EXPECT_EQ(input.toolName, "unknown");
+    EXPECT_FALSE(input.toolInput);
+    EXPECT_FALSE(input.permissionSuggestions);
+    EXPECT_FALSE(input.lastAssistantMessage);
+}
+
+TEST(ClaudeInput, ReadsAFullPermissionRequest) {
+    const HookInput input = decode(R"({
+        "session_id":"abc","transcript_path":"/t.jsonl","cwd":"/w","hook_event_name":"PermissionRequest",
+        "permission_mode":"default","tool_name":"Bash","stop_hook_active":false,
+        "tool_input":{"command":"ls /","description":"List","unknown":{"x":1}},
+        "permission_suggestions":[{"type":"addRules","rules":[{"toolName":"Bash","ruleContent":"ls:*"}],
+                                   "behavior":"allow","destination":"localSettings"},
+                                  {"type":"setMode","mode":"acceptEdits","destination":"session"}]})");
+    EXPECT_EQ(input.sessionId, "abc");
+    EXPECT_EQ(input.transcriptPath, "/t.jsonl");
+    EXPECT_EQ(input.stopHookActive, false);
+    EXPECT_EQ(input.toolName, "Bash");
+    ASSERT_TRUE(input.toolInput);
+    EXPECT_EQ(input.toolInput->command, "ls /");
+    EXPECT_EQ(input.toolInput->description, "List");
+    ASSERT_TRUE(input.permissionSuggestions);
+    ASSERT_EQ(input.permissionSuggestions->size(), 2u);
+    EXPECT_EQ((*input.permissionSuggestions)[0].rules->at(0).at("ruleContent"), "ls:*");
+    EXPECT_EQ((*input.permissionSuggestions)[1].type, "setMode");
+}
+
+TEST(ClaudeInput, OneBadNestedValueFailsItsWholeRecord) {
+    struct Case {
+        const char* json;
+        bool toolInput;
+        bool suggestions;
+    };
+    const Case cases[] = {
+        {R"({"tool_input":{"command":5,"description":"ok"}})", false, true},
+        {R"({"tool_input":{"answers":{"q":1}}})", false, true},
+        {R"({"tool_input":{"questions":[{"question":"Q"}]}})", false, true},              // options missing
+        {R"({"tool_input":{"options":[{"description":"no label"}]}})", false, true},
+        {R"({"tool_input":{"command":null,"multiSelect":true}})", true, true},
+        {R"({"permission_suggestions":[{"type":"x"},{"rules":[{"toolName":3}]}]})", true, false},
+        {R"({"permission_suggestions":[{"type":"x"},"y"]})", true, false},
+        {R"({"permission_suggestions":[]})", true, true},
+    };
+    for (const Case& c : cases) {
+        const HookInput input = decode(c.json);
+        if (std::string(c.json).find("tool_input") != std::string::npos) {
+            EXPECT_EQ(input.toolInput.has_value(), c.toolInput) << c.json;
+        }
+        if (std::string(c.json).find("permission_suggestions") != std::string::npos) {
+            EXPECT_EQ(input.permissionSuggestions.has_value(), c.suggestions) << c.json;
+        }
+    }
+}
+
+TEST(ClaudeInput, OnlyJsonObjectsDecode) {
+    for (const char* bad : {"[]", "\"Stop\"", "42", "null", "", "{", "not json", "{\"a\":1}{"}) {
+        EXPECT_FALSE(decodeHookInput(bad, kNow)) << bad;
+    }
+}
+
+TEST(ClaudeInput, ElicitationQuestionsFromListOrSingleFields) {
+    struct Case {
+        const char* toolInput;
+        int count;  // -1: absent
+        const char* firstQuestion;
+        std::size_t firstOptions;
+    };
+    const Case cases[] = {
+        {R"({"questions":[{"question":"A?","options":[{"label":"x"}]},{"question":"B?","options":[]}]})", 2, "A?", 1},
+        {R"({"questions":[],"question":"Single?","header":"H","multiSelect":true})", 1, "Single?", 0},
+        {R"({"question":"Single?","options":[{"label":"a"},{"label":"b","description":"d"}]})", 1, "Single?", 2},
+        {R"({"questions":[],"question":""})", -1, "", 0},
+        {R"({"command":"ls"})", -1, "", 0},
+    };
+    for (const Case& c : cases) {
+        const HookInput input = decode(std::string(R"({"tool_input":)") + c.toolInput + "}");
+        ASSERT_TRUE(input.toolInput) << c.toolInput;
+        const auto questions = input.toolInput->elicitationQuestions();
+        if (c.count < 0) {
+            EXPECT_FALSE(questions) << c.toolInput;
+            continue;
+        }
+        ASSERT_TRUE(questions) << c.toolInput;
+        EXPECT_EQ(static_cast<int>(questions->size()), c.count);
+        EXPECT_EQ(questions->front().question, c.firstQuestion);
+        EXPECT_EQ(questions->front().options.size(), c.firstOptions);
+    }
+    const HookInput single = decode(R"({"tool_input":{"question":"Q","header":"H","multiSelect":false}})");
+    const auto question = single.toolInput->elicitationQuestions()->front();
+    EXPECT_EQ(question.header, "H");
+    EXPECT_EQ(question.multiSelect, false);
+}
+
+TEST(ClaudeInput, QuestionsWriteBackWithoutAbsentFields) {
+    ElicitationQuestion question{"Pick?", std::nullopt, {{"a", std::nullopt}, {"b", "the b"}}, true};
+    EXPECT_EQ(*AgentHook::text::toCompactJson(toJson(question)),
+              R"({"multiSelect":true,"options":[{"label":"a"},{"description":"the b","label":"b"}],"question":"Pick?"})");
+}

@@ -1,0 +1,51 @@
+#include <gtest/gtest.h>
+
+#include "runtime/Disable.hpp"
+#include "support/TestSupport.hpp"
+
+using namespace AgentHook;
+using testsupport::TempDir;
+
+TEST(Disable, CwdKeyIsTheLowerCaseMd5OfTheExactString) {
+    EXPECT_EQ(cwdKey("/tmp"), "d42b9c57d24cf5db3bd8d332dc35437f");
+    EXPECT_EQ(cwdKey("/tmp/"), "ceb577a46ca9bf0c8d8d9bcb7e4708f6");
+    EXPECT_EQ(cwdKey(""), "d41d8cd98f00b204e9800998ecf8427e");
+}
+
+TEST(Disable, MarkersSwitchOffTheirSessionOrDirectoryOnly) {
+    struct Case {
+        const char* label;
+        std::vector<std::string> markers;  // names after "disabled-"
+        std::string session;
+        std::string cwd;
+        bool disabled;
+    };
+    const std::string md5Tmp = "d42b9c57d24cf5db3bd8d332dc35437f";
+    const Case cases[] = {
+        {"no markers", {}, "s1", "/tmp", false},
+        {"session marker", {"s1"}, "s1", "/tmp", true},
+        {"other session", {"s1"}, "s2", "/tmp", false},
+        {"directory marker", {md5Tmp}, "s2", "/tmp", true},
+        {"trailing slash differs", {md5Tmp}, "s2", "/tmp/", false},
+        {"empty cwd never matches", {"d41d8cd98f00b204e9800998ecf8427e"}, "s2", "", false},
+        {"upper-case digits do not match", {"D42B9C57D24CF5DB3BD8D332DC35437F"}, "s2", "/tmp", false},
+    };
+    for (const Case& c : cases) {
+        TempDir dir;
+        for (const std::string& marker : c.markers) testsupport::writeText(dir.path() + "/disabled-" + marker, "");
+        EXPECT_EQ(isAgentDisabled(c.session, c.cwd, dir.path()), c.disabled) << c.label;
+    }
+}
+
+TEST(Disable, ADirectoryMarkerCountsAndTheSessionLineComesFirst) {
+    TempDir dir;
+    testsupport::makeDirectories(dir.file("disabled-s1"));
+    testsupport::writeText(dir.file("disabled-d42b9c57d24cf5db3bd8d332dc35437f"), "");
+    EXPECT_TRUE(isAgentDisabled("s1", "/tmp", dir.path()));
+    const std::string log = testsupport::readText(dir.file("debug.log"));
+    EXPECT_NE(log.find("Exiting: voxtrel disabled for session=s1\n"), std::string::npos);
+    EXPECT_EQ(log.find("cwd="), std::string::npos);
+    EXPECT_TRUE(isAgentDisabled("s2", "/tmp", dir.path()));
+    EXPECT_NE(testsupport::readText(dir.file("debug.log")).find("Exiting: voxtrel disabled for cwd=/tmp\n"),
+              std::string::npos);
+}

@@ -79,7 +79,10 @@ int main(int argc, char** argv) {
     bench::writeFile(marker, "");
 
     std::vector<Case> cases;
-    cases.push_back({"static baseline (puts, -static)", {}, preToolInput, true, {}, 0});
+    const std::string baselineLabel =
+        baseline == STATIC_BASELINE_PROGRAM ? "static baseline (puts, -static)"
+                                            : "baseline " + baseline.substr(baseline.rfind('/') + 1);
+    cases.push_back({baselineLabel, {}, preToolInput, true, {}, 0});
     cases.push_back({"claude PreToolUse Bash", {"claude"}, preToolInput, false, {}, 0});
     cases.push_back({"claude Stop, disabled session", {"claude"}, disabledInput, false, {}, 0});
     cases.push_back({"codex PostToolUse (adapter not built yet)", {"codex"}, codexInput, false, {}, 0});

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <dlfcn.h>
+#include <type_traits>
 
 #include "platform/Files.hpp"
 #include "platform/Process.hpp"

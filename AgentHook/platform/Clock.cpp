@@ -1,5 +1,6 @@
 #include "platform/Clock.hpp"
 
+#include <cstdio>
 #include <ctime>
 
 namespace AgentHook::platform {
@@ -10,9 +11,12 @@ std::string isoTimestampUtc() {
     const std::time_t now = ::time(nullptr);
     std::tm parts{};
     ::gmtime_r(&now, &parts);
+    // Formatted by hand: strftime loads the time-zone database on first use,
+    // which costs more than the rest of a typical event's logging.
     char text[32];
-    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
-    return std::string(text, length);
+    const int length = std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02dZ", parts.tm_year + 1900,
+                                     parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
+    return std::string(text, length > 0 ? static_cast<std::size_t>(length) : 0);
 }
 
 void sleepSeconds(double seconds) {

@@ -20,7 +20,11 @@ std::string randomUuid() {
 std::string md5Hex(std::string_view bytes) {
     unsigned char digest[16];
 #if defined(__APPLE__)
+    // CC_MD5 is marked deprecated for security use; this key is no security measure.
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wdeprecated-declarations"
     CC_MD5(bytes.data(), static_cast<CC_LONG>(bytes.size()), digest);
+#pragma clang diagnostic pop
 #else
     MD5_CTX context;
     MD5Init(&context);

@@ -10,7 +10,15 @@ bool isValidUtf8(std::string_view bytes) {
     const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
     const auto* end = p + bytes.size();
     while (p < end) {
-        // ASCII runs are the common case in transcripts: take eight bytes at a time.
+        // ASCII runs are the common case in transcripts: take 32, then 8 bytes at a time.
+        if (end - p >= 32) {
+            std::uint64_t blocks[4];
+            std::memcpy(blocks, p, 32);
+            if (((blocks[0] | blocks[1] | blocks[2] | blocks[3]) & 0x8080808080808080ULL) == 0) {
+                p += 32;
+                continue;
+            }
+        }
         if (end - p >= 8) {
             std::uint64_t block;
             std::memcpy(&block, p, 8);

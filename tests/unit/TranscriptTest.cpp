@@ -51,6 +51,7 @@ TEST(Transcript, LastAssistantMessage) {
         {"empty text block counts as present", assistant(R"([{"type":"text","text":""},{"type":"text","text":"x"}])"),
          "\nx"},
         {"no assistant entry", kUser + "\n", "<absent>"},
+        {"a file large enough to be mapped", assistant(R"("big")") + "\n" + std::string(3 << 20, ' ') + "\n", "big"},
         {"invalid UTF-8 anywhere", assistant(R"("fine")") + "\n\xFF\n", "<absent>"},
     };
     for (const Case& c : cases) {
@@ -112,6 +113,10 @@ TEST(Transcript, SessionTitleLookup) {
 
     testsupport::writeText(project + "/s1.jsonl", R"({"type":"custom-title","customTitle":"Custom"})" "\n");
     EXPECT_EQ(getSessionTitle("s1", "/w/app"), "Custom");
+    // A transcript that is not UTF-8 anywhere has no custom title.
+    testsupport::writeText(project + "/s1.jsonl", R"({"type":"custom-title","customTitle":"Custom"})" "\n\xFF\n");
+    EXPECT_EQ(getSessionTitle("s1", "/w/app"), "From index");
+    testsupport::writeText(project + "/s1.jsonl", R"({"type":"custom-title","customTitle":"Custom"})" "\n");
     EXPECT_FALSE(getSessionTitle("", "/w/app"));
     EXPECT_FALSE(getSessionTitle("s1", ""));
 

@@ -12,9 +12,13 @@ using namespace testsupport;
 
 namespace {
 
-std::string escapedSlashes(std::string text) {
-    for (std::size_t at = text.find('/'); at != std::string::npos; at = text.find('/', at + 2)) text.insert(at, "\\");
-    return text;
+std::string escapedSlashes(const std::string& text) {
+    std::string escaped;
+    for (const char c : text) {
+        if (c == '/') escaped.push_back('\\');
+        escaped.push_back(c);
+    }
+    return escaped;
 }
 
 class ClaudeFlow : public ::testing::Test {
@@ -217,6 +221,8 @@ TEST_F(ClaudeFlow, AnInterruptDuringTheWaitDismissesAndExitsZero) {
     RunningProcess process =
         start(AGENT_HOOK_PROGRAM, {"claude"}, environment_.build(), true, stopEvent(R"(,"last_assistant_message":"Hi")"));
     ASSERT_TRUE(waitForPayload(inboxOf(environment_), 20));
+    // A Ctrl-C before the wait begins ends the process the ordinary way.
+    waitForInterruptHandler(process.pid);
     ::kill(process.pid, SIGINT);
     const Finished finished = finish(process);
     EXPECT_EQ(finished.status, 0);

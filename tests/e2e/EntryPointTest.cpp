@@ -26,6 +26,7 @@ TEST_F(EntryPoint, UnknownAgentsGetTheUsageLineAndStatus64WithoutReadingInput) {
     const std::vector<std::vector<std::string>> argumentLists = {{}, {"gemini"}, {""}, {"claudex"}, {" claude"}};
     for (const auto& arguments : argumentLists) {
         // Standard input stays open and unread: the program must not wait for it.
+        const std::size_t since = logSize();
         RunningProcess process = start(AGENT_HOOK_PROGRAM, arguments, environment_.build(), false, "{\"x\":1}");
         const int stdinFd = process.stdinFd;
         process.stdinFd = -1;
@@ -34,7 +35,7 @@ TEST_F(EntryPoint, UnknownAgentsGetTheUsageLineAndStatus64WithoutReadingInput) {
         EXPECT_EQ(finished.err, "usage: agent-hook <claude|codex|grok>\n");
         EXPECT_EQ(finished.err.size(), 38u);
         EXPECT_EQ(finished.out, "");
-        EXPECT_TRUE(logMessagesOf(finished.pid).empty());
+        EXPECT_TRUE(logMessagesOf(finished.pid, since).empty());
         ::close(stdinFd);
     }
 }
@@ -67,6 +68,7 @@ TEST_F(EntryPoint, LogLinesGoToStandardErrorAndTheLogFileAlike) {
     const std::string session = uniqueSessionId("log");
     const std::string input = R"({"hook_event_name":"Notification","notification_type":"idle_prompt","session_id":")" +
                               session + R"(","cwd":"/tmp/é"})";
+    const std::size_t since = logSize();
     const Finished finished = runHook({"claude"}, input, environment_);
     EXPECT_EQ(finished.status, 0);
     EXPECT_EQ(finished.out, "");
@@ -78,7 +80,7 @@ TEST_F(EntryPoint, LogLinesGoToStandardErrorAndTheLogFileAlike) {
         EXPECT_TRUE(std::regex_match(finished.err.substr(start, end - start), line)) << finished.err.substr(start, end - start);
         start = end + 1;
     }
-    EXPECT_EQ(logMessagesOf(finished.pid), messagesIn(finished.err));
+    EXPECT_EQ(logMessagesOf(finished.pid, since), messagesIn(finished.err));
     EXPECT_EQ(messagesIn(finished.err),
               (std::vector<std::string>{"Hook started (claude)",
                                         "Input (" + std::to_string(input.size()) + " bytes): " + input,

@@ -117,6 +117,12 @@ RunningProcess start(const std::string& program, const std::vector<std::string>&
     if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) {
         throw std::runtime_error("pipe failed");
     }
+    // The input goes into the pipe before the child starts (test inputs are far
+    // below a pipe's capacity), so a child that never reads it cannot make
+    // this write fail.
+    if (!input.empty() && ::write(in[1], input.data(), input.size()) != static_cast<ssize_t>(input.size())) {
+        throw std::runtime_error("short write to child");
+    }
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, in[0], 0);
@@ -139,12 +145,6 @@ RunningProcess start(const std::string& program, const std::vector<std::string>&
     process.stdinFd = in[1];
     process.stdoutFd = out[0];
     process.stderrFd = err[0];
-    if (!input.empty()) {
-        // Inputs in tests are far below the pipe's capacity.
-        if (::write(process.stdinFd, input.data(), input.size()) != static_cast<ssize_t>(input.size())) {
-            throw std::runtime_error("short write to child");
-        }
-    }
     if (closeStdin) {
         ::close(process.stdinFd);
         process.stdinFd = -1;
@@ -204,9 +204,28 @@ bool splitLogLine(const std::string& line, pid_t& pid, std::string& message) {
 
 }  // namespace
 
-std::vector<std::string> logMessagesOf(pid_t pid) {
+std::size_t logSize() {
+    struct stat info;
+    return ::stat((kScratch + "/debug.log").c_str(), &info) == 0 ? static_cast<std::size_t>(info.st_size) : 0;
+}
+
+void waitForInterruptHandler(pid_t pid) {
+    const std::string path = "/proc/" + std::to_string(pid) + "/status";
+    for (int attempt = 0; attempt < 2000; ++attempt) {
+        std::istringstream status(readText(path));
+        for (std::string line; std::getline(status, line);) {
+            if (line.rfind("SigCgt:", 0) == 0 && (std::stoull(line.substr(7), nullptr, 16) & (1ULL << (SIGINT - 1)))) {
+                return;
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+std::vector<std::string> logMessagesOf(pid_t pid, std::size_t since) {
     std::vector<std::string> messages;
-    std::istringstream lines(readText(kScratch + "/debug.log"));
+    const std::string log = readText(kScratch + "/debug.log");
+    std::istringstream lines(since < log.size() ? log.substr(since) : std::string());
     bool continuing = false;
     for (std::string line; std::getline(lines, line);) {
         pid_t linePid = 0;

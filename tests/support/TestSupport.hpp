@@ -76,8 +76,14 @@ Finished finish(RunningProcess& process);
 Finished runHook(const std::vector<std::string>& arguments, const std::string& input,
                  const HookEnvironment& environment);
 
-// The messages of `pid`'s lines in the debug log, prefix removed.
-std::vector<std::string> logMessagesOf(pid_t pid);
+// The debug log's size now: process ids are reused, so a test reads only the
+// lines written after it started.
+std::size_t logSize();
+// The messages of `pid`'s lines in the debug log after `since`, prefix removed.
+std::vector<std::string> logMessagesOf(pid_t pid, std::size_t since);
+
+// Waits until `pid` has a SIGINT handler installed (Linux /proc).
+void waitForInterruptHandler(pid_t pid);
 // The messages of the log lines in a captured standard error.
 std::vector<std::string> messagesIn(const std::string& standardError);
 

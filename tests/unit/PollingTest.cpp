@@ -169,11 +169,12 @@ TEST_F(Polling, AnUnwritableInboxIsLoggedAndTheWaitGoesOn) {
     testsupport::makeDirectories(environment_.home + "/.local/share/voxtrel/agent");
     testsupport::writeText(testsupport::inboxOf(environment_), "a file in the way");
     const RequestFiles paths = files();
+    const std::size_t since = testsupport::logSize();
     const WaitResult result = roundTrip([&](int index, int) {
         if (index == 2) testsupport::writeText(paths.responseFile, "ok");
     });
     EXPECT_EQ(result.reply, "ok");
-    const auto messages = testsupport::logMessagesOf(::getpid());
+    const auto messages = testsupport::logMessagesOf(::getpid(), since);
     auto has = [&](const std::string& prefix) {
         return std::any_of(messages.begin(), messages.end(), [&](const std::string& m) { return m.rfind(prefix, 0) == 0; });
     };

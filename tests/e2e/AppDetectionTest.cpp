@@ -17,9 +17,8 @@ namespace {
 // A dbus-daemon of the test's own, listening on `socket`.
 class PrivateBus {
 public:
-    explicit PrivateBus(const std::string& socket) {
-        process_ = start("/usr/bin/dbus-daemon",
-                         {"--session", "--nofork", "--print-address", "--address=unix:path=" + socket},
+    explicit PrivateBus(const std::string& listen) {
+        process_ = start("/usr/bin/dbus-daemon", {"--session", "--nofork", "--print-address", "--address=" + listen},
                          {"PATH=/usr/bin:/bin"});
         // The daemon prints its address once it listens.
         char c;
@@ -58,34 +57,42 @@ protected:
 }  // namespace
 
 TEST_F(AppDetection, ARunningAppIsNotWokenAndAnswers) {
-    // The bus is found through DBUS_SESSION_BUS_ADDRESS, or at $XDG_RUNTIME_DIR/bus.
-    for (const bool byAddress : {true, false}) {
+    // The bus is found through DBUS_SESSION_BUS_ADDRESS (a socket path or an
+    // abstract name), or at $XDG_RUNTIME_DIR/bus.
+    // The app's debug build counts as the app.
+    enum class Found { byPath, byAbstractName, byRuntimeDirectory };
+    const std::pair<Found, std::string> cases[] = {{Found::byPath, "com.brightloft.voxtrel"},
+                                                   {Found::byAbstractName, "com.brightloft.voxtrel"},
+                                                   {Found::byRuntimeDirectory, "com.brightloft.voxtrel.debug"}};
+    for (const auto& [found, name] : cases) {
         TempDir runtime;
-        PrivateBus bus(runtime.file("bus"));
+        PrivateBus bus(found == Found::byAbstractName ? "unix:abstract=" + runtime.file("abstract")
+                                                      : "unix:path=" + runtime.file("bus"));
         ASSERT_FALSE(bus.address().empty());
         HookEnvironment environment = environment_;
-        if (byAddress) {
-            environment.extra["DBUS_SESSION_BUS_ADDRESS"] = bus.address();
-        } else {
+        if (found == Found::byRuntimeDirectory) {
             environment.extra["XDG_RUNTIME_DIR"] = runtime.path();
+        } else {
+            environment.extra["DBUS_SESSION_BUS_ADDRESS"] = bus.address();
         }
         RunningProcess companion =
-            start(AGENT_HOOK_COMPANION, {"--answer", "Now write the docs.", "--exit-after", "1"}, environment.build());
+            start(AGENT_HOOK_COMPANION, {"--answer", "Now write the docs.", "--exit-after", "1", "--bus-name", name},
+                  environment.build());
         std::string ready;
         char c;
         while (::read(companion.stdoutFd, &c, 1) == 1 && c != '\n') ready.push_back(c);
-        ASSERT_NE(ready.find("owning com.brightloft.voxtrel"), std::string::npos) << ready;
+        ASSERT_NE(ready.find("owning " + name), std::string::npos) << ready;
 
         const Finished hook = runHook({"claude"}, stopEvent(), environment);
         finish(companion);
         EXPECT_EQ(hook.status, 0);
         EXPECT_EQ(hook.out, R"({"decision":"block","reason":"Now write the docs."})");
-        EXPECT_TRUE(xdgOpenCalls(environment).empty()) << (byAddress ? "address" : "runtime dir");
+        EXPECT_TRUE(xdgOpenCalls(environment).empty()) << bus.address();
     }
 }
 
 TEST_F(AppDetection, AnAppMissingFromTheBusIsWoken) {
-    PrivateBus bus(dir_.file("bus"));
+    PrivateBus bus("unix:path=" + dir_.file("bus"));
     ASSERT_FALSE(bus.address().empty());
     environment_.extra["DBUS_SESSION_BUS_ADDRESS"] = bus.address();
     const Finished hook = runHook(

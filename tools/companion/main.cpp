@@ -29,7 +29,7 @@ extern "C" void onStopSignal(int) { stopRequested = 1; }
 constexpr double kPollSeconds = 0.05;
 
 const char* const kUsage =
-    "usage: agent-hook-companion [--answer TEXT]... [--delay SECONDS] [--exit-after N]\n"
+    "usage: agent-hook-companion [--answer TEXT]... [--delay SECONDS] [--exit-after N] [--bus-name NAME]\n"
     "\n"
     "Stands in for the desktop app: owns com.brightloft.voxtrel on the session bus\n"
     "(when there is one), prints every request that arrives in the inbox and writes\n"
@@ -39,6 +39,7 @@ const char* const kUsage =
     "                    written verbatim, so a question takes {\"answers\":[[\"label\"]]}\n"
     "  --delay SECONDS   wait this long before writing each scripted answer (default 0)\n"
     "  --exit-after N    exit after answering N requests\n"
+    "  --bus-name NAME   own NAME instead (com.brightloft.voxtrel.debug plays the app's debug build)\n"
     "\n"
     "Once the scripted answers are used up, answers are read from the terminal; without\n"
     "one, further requests are shown and left unanswered.\n";
@@ -47,6 +48,7 @@ struct Options {
     std::vector<std::string> answers;
     double delaySeconds = 0;
     long exitAfter = 0;  // 0: run until a signal
+    std::string busName = "com.brightloft.voxtrel";
 };
 
 void say(const std::string& text) {
@@ -71,6 +73,8 @@ bool parseOptions(int argc, char** argv, Options& options) {
         } else if (option == "--delay") {
             options.delaySeconds = std::strtod(value, &end);
             if (end == value || *end != '\0' || !(options.delaySeconds >= 0)) return false;
+        } else if (option == "--bus-name") {
+            options.busName = value;
         } else if (option == "--exit-after") {
             options.exitAfter = std::strtol(value, &end, 10);
             if (end == value || *end != '\0' || options.exitAfter < 1) return false;
@@ -235,9 +239,9 @@ int main(int argc, char** argv) {
         return 1;
     }
     std::string busNote;
-    Companion::BusName busName("com.brightloft.voxtrel", busNote);
+    Companion::BusName busName(options.busName.c_str(), busNote);
     if (!busNote.empty()) note(busNote);
-    say("companion: watching " + inbox + (busName.owned() ? " (owning com.brightloft.voxtrel)\n" : "\n"));
+    say("companion: watching " + inbox + (busName.owned() ? " (owning " + options.busName + ")\n" : "\n"));
 
     Responder responder(std::move(options), inbox);
     while (stopRequested == 0) {

@@ -1,5 +1,7 @@
 #include "TranscriptGenerator.hpp"
 
+#include "text/Json.hpp"
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -187,27 +189,7 @@ struct LineWriter {
 std::string jsonString(std::string_view text) {
     std::string out;
     out.reserve(text.size() + 16);
-    out.push_back('"');
-    for (const char c : text) {
-        switch (c) {
-        case '"': out.append("\\\""); break;
-        case '\\': out.append("\\\\"); break;
-        case '\b': out.append("\\b"); break;
-        case '\f': out.append("\\f"); break;
-        case '\n': out.append("\\n"); break;
-        case '\r': out.append("\\r"); break;
-        case '\t': out.append("\\t"); break;
-        default:
-            if (static_cast<unsigned char>(c) < 0x20) {
-                char escape[8];
-                std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(c));
-                out.append(escape);
-            } else {
-                out.push_back(c);
-            }
-        }
-    }
-    out.push_back('"');
+    AgentHook::text::appendJsonString(out, text);
     return out;
 }
 

@@ -66,13 +66,6 @@ std::string projectDirectory(const std::string& home, std::string_view cwd) {
 
 namespace {
 
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
 // True when a JSON string token at `quote` spells `word` exactly, each
 // character either literal or as a \uXXXX escape.
 bool stringTokenSpells(std::string_view line, std::size_t quote, std::string_view word) {
@@ -85,7 +78,7 @@ bool stringTokenSpells(std::string_view line, std::size_t quote, std::string_vie
         if (i + 5 >= line.size() || line[i] != '\\' || line[i + 1] != 'u') return false;
         int value = 0;
         for (std::size_t k = 2; k < 6; ++k) {
-            const int digit = hexValue(line[i + k]);
+            const int digit = text::hexDigitValue(line[i + k]);
             if (digit < 0) return false;
             value = value * 16 + digit;
         }

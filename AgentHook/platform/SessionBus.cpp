@@ -4,22 +4,19 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "platform/Files.hpp"
+#include "text/Utf8.hpp"
+
 
 namespace AgentHook::platform {
 namespace {
-
-int hexDigit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
 
 std::optional<std::string> unescape(const std::string& value) {
     std::string out;
@@ -28,8 +25,10 @@ std::optional<std::string> unescape(const std::string& value) {
             out.push_back(value[i]);
             continue;
         }
-        if (i + 2 >= value.size() || hexDigit(value[i + 1]) < 0 || hexDigit(value[i + 2]) < 0) return std::nullopt;
-        out.push_back(static_cast<char>(hexDigit(value[i + 1]) * 16 + hexDigit(value[i + 2])));
+        const int high = i + 2 < value.size() ? text::hexDigitValue(value[i + 1]) : -1;
+        const int low = i + 2 < value.size() ? text::hexDigitValue(value[i + 2]) : -1;
+        if (high < 0 || low < 0) return std::nullopt;
+        out.push_back(static_cast<char>(high * 16 + low));
         i += 2;
     }
     return out;
@@ -224,6 +223,17 @@ std::optional<bool> askDaemon(int fd, const std::vector<std::string>& names) {
 }
 
 }  // namespace
+
+std::string sessionBusAddress() {
+    if (const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS"); address != nullptr && *address != '\0') {
+        return address;
+    }
+    if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime != nullptr && *runtime != '\0') {
+        const std::string socket = std::string(runtime) + "/bus";
+        if (fileExists(socket)) return "unix:path=" + socket;
+    }
+    return {};
+}
 
 std::optional<std::string> unixSocketOf(const std::string& address) {
     std::size_t start = 0;

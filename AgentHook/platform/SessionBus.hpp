@@ -10,6 +10,11 @@
 
 namespace AgentHook::platform {
 
+// The session bus address, without ever starting a bus: DBUS_SESSION_BUS_ADDRESS
+// when set and not empty, else "$XDG_RUNTIME_DIR/bus" when that socket exists,
+// else "" (no bus).
+std::string sessionBusAddress();
+
 // Connects to the first usable "unix:path=" or "unix:abstract=" entry of the
 // D-Bus `address`, authenticates as this user and asks NameHasOwner for each
 // name. True when any is owned; nothing on any failure (no usable address, a

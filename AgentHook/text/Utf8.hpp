@@ -26,4 +26,12 @@ std::string_view trimmed(std::string_view text);
 // byte) for an invalid sequence.
 long decodeCodePoint(std::string_view text, std::size_t& index);
 
+// The value of a hexadecimal digit, or -1.
+constexpr int hexDigitValue(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
 }  // namespace AgentHook::text

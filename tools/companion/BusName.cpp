@@ -2,28 +2,13 @@
 
 #include <cstdlib>
 #include <dbus/dbus.h>
-#include <sys/stat.h>
+
+#include "platform/SessionBus.hpp"
 
 namespace Companion {
-namespace {
-
-// The same rule as the hook's app check, so both agree on which bus is "the" bus.
-std::string sessionBusAddress() {
-    if (const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS"); address != nullptr && *address != '\0') {
-        return address;
-    }
-    if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime != nullptr && *runtime != '\0') {
-        const std::string socket = std::string(runtime) + "/bus";
-        struct stat info{};
-        if (::stat(socket.c_str(), &info) == 0) return "unix:path=" + socket;
-    }
-    return {};
-}
-
-}  // namespace
 
 BusName::BusName(const char* name, std::string& note) {
-    const std::string address = sessionBusAddress();
+    const std::string address = AgentHook::platform::sessionBusAddress();
     if (address.empty()) {
         note = "no session bus; not owning " + std::string(name);
         return;

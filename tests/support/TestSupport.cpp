@@ -222,38 +222,32 @@ void waitForInterruptHandler(pid_t pid) {
     }
 }
 
-std::vector<std::string> logMessagesOf(pid_t pid, std::size_t since) {
+// The messages of the log lines in `text` (of `pid` only, when given); a
+// message that held line feeds continues on the following lines.
+static std::vector<std::string> messagesOfLines(const std::string& text, std::optional<pid_t> onlyPid) {
     std::vector<std::string> messages;
-    const std::string log = readText(kScratch + "/debug.log");
-    std::istringstream lines(since < log.size() ? log.substr(since) : std::string());
-    bool continuing = false;
+    std::istringstream lines(text);
+    bool taking = false;
     for (std::string line; std::getline(lines, line);) {
-        pid_t linePid = 0;
+        pid_t pid = 0;
         std::string message;
-        if (splitLogLine(line, linePid, message)) {
-            continuing = linePid == pid;
-            if (continuing) messages.push_back(message);
-        } else if (continuing && !messages.empty()) {
-            // A message that held line feeds continues on the next lines.
+        if (splitLogLine(line, pid, message)) {
+            taking = !onlyPid || pid == *onlyPid;
+            if (taking) messages.push_back(message);
+        } else if (taking && !messages.empty()) {
             messages.back() += "\n" + line;
         }
     }
     return messages;
 }
 
+std::vector<std::string> logMessagesOf(pid_t pid, std::size_t since) {
+    const std::string log = readText(kScratch + "/debug.log");
+    return messagesOfLines(since < log.size() ? log.substr(since) : std::string(), pid);
+}
+
 std::vector<std::string> messagesIn(const std::string& standardError) {
-    std::vector<std::string> messages;
-    std::istringstream lines(standardError);
-    for (std::string line; std::getline(lines, line);) {
-        pid_t pid = 0;
-        std::string message;
-        if (splitLogLine(line, pid, message)) {
-            messages.push_back(message);
-        } else if (!messages.empty()) {
-            messages.back() += "\n" + line;
-        }
-    }
-    return messages;
+    return messagesOfLines(standardError, std::nullopt);
 }
 
 std::vector<std::string> payloadsIn(const std::string& inbox) {

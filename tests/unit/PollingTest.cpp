@@ -2,7 +2,6 @@
 // the time-out and the interrupt, without ever waiting.
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <unistd.h>
 
@@ -64,31 +63,6 @@ protected:
 
 }  // namespace
 
-TEST_F(Polling, AnnouncesTheRequestWithMessageFileAndPayload) {
-    const RequestFiles paths = files();
-    std::string messageSeen;
-    roundTrip([&](int, int) {
-        messageSeen = testsupport::readText(paths.messageFile);
-        testsupport::writeText(paths.responseFile, "allow");
-    });
-    EXPECT_EQ(messageSeen, "{\"command\":\"ls\"}");
-    const auto payloads = testsupport::payloadsIn(testsupport::inboxOf(environment_));
-    ASSERT_EQ(payloads.size(), 1u);
-    const auto payload = decodeInboxPayload(payloads[0]);
-    ASSERT_TRUE(payload);
-    EXPECT_EQ(payload->requestId, "s1-" + std::to_string(::getpid()));
-    EXPECT_EQ(payload->agent, "codex");
-    EXPECT_EQ(payload->messageFile, paths.messageFile);
-    EXPECT_EQ(payload->responseFile, paths.responseFile);
-    EXPECT_EQ(payload->hookPid, ::getpid());
-    EXPECT_EQ(payload->title, "");
-    EXPECT_EQ(scratchLog().find("Notification sent: agent=codex status=permission session=s1 requestId=s1-" +
-                                std::to_string(::getpid()) + " summary=Run command?\n") == std::string::npos,
-              false);
-    // The app is not running here: it was woken once.
-    EXPECT_EQ(testsupport::xdgOpenCalls(environment_), std::vector<std::string>{"voxtrel://agent-wake"});
-}
-
 TEST_F(Polling, ReturnsTheAnswerVerbatimAndCleansUpByKey) {
     struct Case {
         std::optional<std::string> fileKey;
@@ -149,20 +123,6 @@ TEST_F(Polling, TimesOutAfterThirtyMinutesAndDismisses) {
     }
     const auto payloads = testsupport::payloadsIn(testsupport::inboxOf(environment_));
     EXPECT_NE(std::find(payloads.begin(), payloads.end(), R"({"kind":"dismiss","sessionId":"s1"})"), payloads.end());
-}
-
-TEST_F(Polling, AnInterruptDismissesAndKeepsTheMessageFile) {
-    const WaitResult result = roundTrip([](int index, int) {
-        if (index == 2) std::raise(SIGINT);
-    });
-    EXPECT_TRUE(result.interrupted);
-    EXPECT_FALSE(result.reply);
-    EXPECT_EQ(sleeps_.size(), 2u);
-    EXPECT_TRUE(testsupport::exists(files().messageFile));
-    EXPECT_NE(scratchLog().find("SIGINT received \xE2\x80\x94 dismissing session=s1 and exiting\n"), std::string::npos);
-    const auto payloads = testsupport::payloadsIn(testsupport::inboxOf(environment_));
-    EXPECT_EQ(payloads.back(), R"({"kind":"dismiss","sessionId":"s1"})");
-    std::signal(SIGINT, SIG_DFL);
 }
 
 TEST_F(Polling, AnUnwritableInboxIsLoggedAndTheWaitGoesOn) {

@@ -24,16 +24,15 @@ bool writeInboxPayload(const AgentInboxPayload& payload) {
         log("Failed to create inbox directory: " + error);
         return false;
     }
+    // The app ignores ".json.tmp" names, so it never sees a partial payload.
     const std::string name = directory + "/" + platform::randomUuid();
-    const std::string temporary = name + ".json.tmp";
     const std::optional<std::string> bytes = encodeInboxPayload(payload);
     if (!bytes) {
         error = "the payload holds text that is not valid UTF-8";
-    } else if (platform::writeFile(temporary, *bytes, &error) && platform::moveFile(temporary, name + ".json", &error)) {
+    } else if (platform::writeFileAtomically(name + ".json", *bytes, &error, name + ".json.tmp")) {
         return true;
     }
     log("Failed to write inbox payload: " + error);
-    platform::removeFile(temporary);
     return false;
 }
 

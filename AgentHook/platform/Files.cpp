@@ -110,10 +110,11 @@ bool writeFile(const std::string& path, std::string_view bytes, std::string* err
     return written;
 }
 
-bool writeFileAtomically(const std::string& path, std::string_view bytes, std::string* error) {
-    const std::string temporary = path + ".tmp" + std::to_string(::getpid());
-    if (!writeFile(temporary, bytes, error) || !moveFile(temporary, path, error)) {
-        removeFile(temporary);
+bool writeFileAtomically(const std::string& path, std::string_view bytes, std::string* error,
+                         const std::string& temporary) {
+    const std::string staging = temporary.empty() ? path + ".tmp" + std::to_string(::getpid()) : temporary;
+    if (!writeFile(staging, bytes, error) || !moveFile(staging, path, error)) {
+        removeFile(staging);
         return false;
     }
     return true;

@@ -42,10 +42,11 @@ private:
 // Creates (or truncates) `path` and writes `bytes` to it.
 bool writeFile(const std::string& path, std::string_view bytes, std::string* error = nullptr);
 
-// Replaces `path` in one step: the bytes go to a temporary file beside it,
-// which is then renamed over the target. The temporary file is removed on
-// every failure path.
-bool writeFileAtomically(const std::string& path, std::string_view bytes, std::string* error = nullptr);
+// Replaces `path` in one step: the bytes go to a temporary file beside it
+// (`temporary`, or a name made from the target's and the process id), which is
+// then renamed over the target. The temporary file is removed on every failure path.
+bool writeFileAtomically(const std::string& path, std::string_view bytes, std::string* error = nullptr,
+                         const std::string& temporary = {});
 
 // rename(2); `error` receives the system's description on failure.
 bool moveFile(const std::string& from, const std::string& to, std::string* error = nullptr);

@@ -66,6 +66,10 @@ std::string projectDirectory(const std::string& home, std::string_view cwd) {
 
 namespace {
 
+// Every character of "custom-title" is ASCII, so an escaped spelling of it
+// holds a \u00XX escape.
+constexpr std::string_view kEscapedAscii = "\\u00";
+
 // True when a JSON string token at `quote` spells `word` exactly, each
 // character either literal or as a \uXXXX escape.
 bool stringTokenSpells(std::string_view line, std::size_t quote, std::string_view word) {
@@ -92,27 +96,11 @@ bool stringTokenSpells(std::string_view line, std::size_t quote, std::string_vie
 // custom-title entry: the word must appear, literally or with escapes.
 bool mayHoldCustomTitle(std::string_view line) {
     if (line.find("custom-title") != std::string_view::npos) return true;
-    if (line.find("\\u") == std::string_view::npos) return false;
+    if (line.find(kEscapedAscii) == std::string_view::npos) return false;
     for (std::size_t quote = line.find('"'); quote != std::string_view::npos; quote = line.find('"', quote + 1)) {
         if (stringTokenSpells(line, quote, "custom-title")) return true;
     }
     return false;
-}
-
-// The next occurrence of `needle` at or after `offset`. For the two-byte
-// needle "\\u", memchr on the backslash is several times faster than memmem.
-std::size_t findFrom(std::string_view text, std::size_t offset, std::string_view needle) {
-    const char* base = text.data();
-    while (offset < text.size()) {
-        const void* hit = needle.size() == 2
-            ? std::memchr(base + offset, needle[0], text.size() - offset)
-            : ::memmem(base + offset, text.size() - offset, needle.data(), needle.size());
-        if (hit == nullptr) return std::string_view::npos;
-        const std::size_t position = static_cast<std::size_t>(static_cast<const char*>(hit) - base);
-        if (needle.size() != 2 || (position + 1 < text.size() && text[position + 1] == needle[1])) return position;
-        offset = position + 1;
-    }
-    return std::string_view::npos;
 }
 
 // Start offsets of the lines containing `needle`, searched over the whole text
@@ -120,8 +108,9 @@ std::size_t findFrom(std::string_view text, std::size_t offset, std::string_view
 void collectLinesContaining(std::string_view text, std::string_view needle, std::set<std::size_t>& lineStarts) {
     std::size_t offset = 0;
     while (offset < text.size()) {
-        const std::size_t position = findFrom(text, offset, needle);
-        if (position == std::string_view::npos) break;
+        const void* hit = ::memmem(text.data() + offset, text.size() - offset, needle.data(), needle.size());
+        if (hit == nullptr) break;
+        const std::size_t position = static_cast<std::size_t>(static_cast<const char*>(hit) - text.data());
         const std::size_t newline = text.rfind('\n', position);
         const std::size_t start = newline == std::string_view::npos ? 0 : newline + 1;
         lineStarts.insert(start);
@@ -136,7 +125,7 @@ void collectLinesContaining(std::string_view text, std::string_view needle, std:
 std::optional<std::string> latestCustomTitle(std::string_view transcript) {
     std::set<std::size_t> candidates;
     collectLinesContaining(transcript, "custom-title", candidates);
-    collectLinesContaining(transcript, "\\u", candidates);
+    collectLinesContaining(transcript, kEscapedAscii, candidates);
     for (auto start = candidates.rbegin(); start != candidates.rend(); ++start) {
         const std::size_t end = transcript.find('\n', *start);
         const std::string_view line =

@@ -79,18 +79,6 @@ FileView::FileView(FileView&& other) noexcept
     other.size_ = 0;
 }
 
-FileView& FileView::operator=(FileView&& other) noexcept {
-    if (this != &other) {
-        if (mapped_ != nullptr) ::munmap(mapped_, size_);
-        mapped_ = other.mapped_;
-        size_ = other.size_;
-        copy_ = std::move(other.copy_);
-        other.mapped_ = nullptr;
-        other.size_ = 0;
-    }
-    return *this;
-}
-
 FileView::~FileView() {
     if (mapped_ != nullptr) ::munmap(mapped_, size_);
 }

@@ -26,7 +26,7 @@ class FileView {
 public:
     static std::optional<FileView> open(const std::string& path);
     FileView(FileView&& other) noexcept;
-    FileView& operator=(FileView&& other) noexcept;
+    FileView& operator=(FileView&&) = delete;
     FileView(const FileView&) = delete;
     FileView& operator=(const FileView&) = delete;
     ~FileView();

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# Shows one round trip end to end: a Claude Code Stop event goes into the hook,
-# the stand-in app (agent-hook-companion) sees the request and replies, and the
-# hook turns the reply into a decision on standard output. Uses a throw-away
-# HOME so the real app's inbox is never touched.
+# Shows two round trips end to end: a Claude Code event goes into the hook, the
+# stand-in app (agent-hook-companion) sees the request and replies, and the hook
+# turns the reply into a decision on standard output. First a Stop event
+# answered with the next instruction, then a permission request for a command
+# answered "allow". Uses a throw-away HOME so the real app's inbox is never touched.
 set -euo pipefail
 
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -15,55 +16,85 @@ cmake --build build -j2 --target agent-hook agent-hook-companion >/dev/null
 work=$(mktemp -d)
 session="demo-$$-$RANDOM"
 companion_pid=""
-cleanup() {
+stop_companion() {
   if [ -n "$companion_pid" ] && kill -0 "$companion_pid" 2>/dev/null; then
     kill "$companion_pid" 2>/dev/null || true
-    wait "$companion_pid" 2>/dev/null || true
   fi
+  [ -z "$companion_pid" ] || wait "$companion_pid" 2>/dev/null || true
+  companion_pid=""
+}
+cleanup() {
+  stop_companion
   rm -rf "$work"
-  rm -f "/tmp/voxtrel-agent/$session-stop-message.txt" "/tmp/voxtrel-agent/$session-stop-response.txt"
+  # Every request file of this run starts with its session id.
+  rm -f "/tmp/voxtrel-agent/$session"-*
 }
 trap cleanup EXIT
 
 export HOME="$work/home"
 unset XDG_DATA_HOME
-mkdir -p "$HOME"
-
-build/agent-hook-companion --answer "Great, now add a test for the empty input case." --exit-after 1 \
-  >"$work/companion.out" 2>"$work/companion.err" &
-companion_pid=$!
-
-# The companion says it is watching once the inbox exists and the bus name is settled.
-for _ in $(seq 100); do
-  grep -q '^companion: watching' "$work/companion.out" && break
-  kill -0 "$companion_pid" 2>/dev/null || break
-  sleep 0.05
-done
-if ! grep -q '^companion: watching' "$work/companion.out"; then
-  echo "demo: the companion did not start" >&2
-  cat "$work/companion.err" >&2
-  exit 1
-fi
+mkdir -p "$HOME" "$work/project"
 
 json_escape() { sed -e 's/\\/\\\\/g' -e 's/"/\\"/g' <<<"$1"; }
-event='{"hook_event_name":"Stop","session_id":"'"$session"'","cwd":"'"$(json_escape "$repo")"'","last_assistant_message":"I refactored the parser and all tests pass."}'
 
-status=0
-printf '%s' "$event" | build/agent-hook claude >"$work/decision.out" 2>"$work/hook.err" || status=$?
-wait "$companion_pid" 2>/dev/null || true
-companion_pid=""
+# start_companion NAME ANSWER: the stand-in app, answering one request with
+# ANSWER, its output in $work/NAME.out and $work/NAME.err.
+start_companion() {
+  build/agent-hook-companion --answer "$2" --exit-after 1 >"$work/$1.out" 2>"$work/$1.err" &
+  companion_pid=$!
+  # It says it is watching once the inbox exists and the bus name is settled.
+  for _ in $(seq 100); do
+    grep -q '^companion: watching' "$work/$1.out" && return 0
+    kill -0 "$companion_pid" 2>/dev/null || break
+    sleep 0.05
+  done
+  echo "demo: the companion did not start" >&2
+  cat "$work/$1.err" >&2
+  exit 1
+}
 
-echo "== Event sent to the hook =="
-echo "$event"
-echo
-echo "== What the app saw (companion output) =="
-cat "$work/companion.err" "$work/companion.out"
-echo
-echo "== Hook debug log (standard error of agent-hook) =="
-cat "$work/hook.err"
-echo
-echo "== Decision on standard output: =="
-cat "$work/decision.out"
-echo
-echo
-echo "== Exit status: $status =="
+# round_trip NAME TITLE ANSWER EVENT: sends EVENT to the hook while the
+# companion answers ANSWER, then prints what each side saw. Fails when the hook
+# exits with an error or decides nothing.
+round_trip() {
+  local name=$1 title=$2 answer=$3 event=$4 status=0
+  start_companion "$name" "$answer"
+  printf '%s' "$event" | build/agent-hook claude >"$work/$name.decision" 2>"$work/$name.hook.err" || status=$?
+  # The hook has its answer by now; a companion still running never got the
+  # request, so give it a moment to finish and stop it.
+  for _ in $(seq 40); do
+    kill -0 "$companion_pid" 2>/dev/null || break
+    sleep 0.05
+  done
+  stop_companion
+
+  echo "######## $title ########"
+  echo
+  echo "== Event sent to the hook =="
+  echo "$event"
+  echo
+  echo "== What the app saw (companion output) =="
+  cat "$work/$name.err" "$work/$name.out"
+  echo
+  echo "== Hook debug log (standard error of agent-hook) =="
+  cat "$work/$name.hook.err"
+  echo
+  echo "== Decision on standard output =="
+  cat "$work/$name.decision"
+  echo
+  echo
+  echo "== Exit status: $status =="
+  echo
+  if [ "$status" -ne 0 ] || [ ! -s "$work/$name.decision" ]; then
+    echo "demo: the $name round trip gave no decision" >&2
+    exit 1
+  fi
+}
+
+round_trip stop "1. The agent has finished: Stop, answered with the next instruction" \
+  "Great, now add a test for the empty input case." \
+  '{"hook_event_name":"Stop","session_id":"'"$session"'","cwd":"'"$(json_escape "$repo")"'","last_assistant_message":"I refactored the parser and all tests pass."}'
+
+round_trip permission "2. The agent wants to run a command: PermissionRequest, answered \"allow\"" \
+  "allow" \
+  '{"hook_event_name":"PermissionRequest","session_id":"'"$session"'","cwd":"'"$(json_escape "$work/project")"'","tool_name":"Bash","tool_input":{"command":"npm test","description":"Run the tests"},"permission_suggestions":[{"type":"addRules","rules":[{"toolName":"Bash","ruleContent":"npm test:*"}],"behavior":"allow","destination":"localSettings"},{"type":"setMode","mode":"acceptEdits","destination":"session"}]}'

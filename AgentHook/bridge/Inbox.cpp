@@ -2,6 +2,7 @@
 
 #include "platform/AppDetection.hpp"
 #include "platform/Environment.hpp"
+#include "platform/AtomicFile.hpp"
 #include "platform/Files.hpp"
 #include "platform/Identifiers.hpp"
 #include "runtime/Logging.hpp"
@@ -24,12 +25,13 @@ bool writeInboxPayload(const AgentInboxPayload& payload) {
         log("Failed to create inbox directory: " + error);
         return false;
     }
-    // The app ignores ".json.tmp" names, so it never sees a partial payload.
+    // The temporary is "<name>.json.tmp" + a random suffix: the app reads only
+    // names ending in ".json", so it never sees a partial payload.
     const std::string name = directory + "/" + platform::randomUuid();
     const std::optional<std::string> bytes = encodeInboxPayload(payload);
     if (!bytes) {
         error = "the payload holds text that is not valid UTF-8";
-    } else if (platform::writeFileAtomically(name + ".json", *bytes, &error, name + ".json.tmp")) {
+    } else if (platform::writeFileAtomically(name + ".json", *bytes, &error)) {
         return true;
     }
     log("Failed to write inbox payload: " + error);

@@ -11,7 +11,7 @@ namespace AgentHook {
 // Application Support + "/voxtrel/agent/inbox"; "" when there is no home.
 std::string inboxDirectory();
 
-// Writes "<UUID>.json.tmp" and moves it to "<UUID>.json". True when the final
+// Writes a temporary beside "<UUID>.json" and moves it there. True when the final
 // file exists; failures are logged and leave no temporary file.
 bool writeInboxPayload(const AgentInboxPayload& payload);
 

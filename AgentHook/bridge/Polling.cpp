@@ -5,6 +5,7 @@
 
 #include "bridge/Inbox.hpp"
 #include "platform/Clock.hpp"
+#include "platform/AtomicFile.hpp"
 #include "platform/Files.hpp"
 #include "platform/Process.hpp"
 #include "platform/Signals.hpp"

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "bridge/Polling.hpp"
 #include "bridge/ProjectInfo.hpp"
+#include "bridge/Replies.hpp"
 #include "claude/Transcript.hpp"
 #include "platform/Clock.hpp"
 #include "runtime/Decisions.hpp"
@@ -20,32 +20,36 @@ bool isStopEvent(const std::optional<std::string>& hookEventName) {
     return name == "stop";
 }
 
+WaitResult askVoxtrel(const HookInput& input, std::string_view status, std::string summary, std::string fullMessage,
+                      std::optional<std::string> fileKey) {
+    const ProjectInfo project = getProjectInfo(input.cwd);
+    VoxtrelRequest request;
+    request.agent = Agent::claude;
+    request.status = std::string(status);
+    request.sessionId = input.sessionId;
+    request.summary = std::move(summary);
+    request.fullMessage = std::move(fullMessage);
+    request.cwd = input.cwd;
+    request.projectName = project.projectName;
+    request.gitBranch = project.gitBranch;
+    request.title = getSessionTitle(input.sessionId, input.cwd, input.transcriptPath).value_or(std::string());
+    request.fileKey = std::move(fileKey);
+    return sendToVoxtrelAndWait(request);
+}
+
 int handleStopEvent(const HookInput& input) {
     std::string finalMessage = input.lastAssistantMessage.value_or(std::string());
     if (finalMessage.empty() && input.transcriptPath) {
         finalMessage = extractLastAssistantMessage(*input.transcriptPath).value_or(std::string());
     }
-    const std::string title = getSessionTitle(input.sessionId, input.cwd, input.transcriptPath).value_or(std::string());
     log("Stop: finalMessage (" + std::to_string(text::characterCount(finalMessage)) +
         " chars): " + std::string(text::characterPrefix(finalMessage, 200)));
     if (finalMessage.empty()) return 0;
 
     log("Stop: notifying voxtrel with final message");
-    const ProjectInfo project = getProjectInfo(input.cwd);
-    VoxtrelRequest request;
-    request.agent = Agent::claude;
-    request.status = RequestStatus::completed;
-    request.sessionId = input.sessionId;
-    request.summary = "Task complete";
-    request.fullMessage = std::move(finalMessage);
-    request.cwd = input.cwd;
-    request.projectName = project.projectName;
-    request.gitBranch = project.gitBranch;
-    request.title = title;
-    request.fileKey = "stop";
-    const WaitResult result = sendToVoxtrelAndWait(request);
-    if (result.interrupted || !result.reply || result.reply->empty()) return 0;
-    emitStopHookDecision(*result.reply);
+    const std::optional<std::string> reply =
+        answerOf(askVoxtrel(input, RequestStatus::completed, "Task complete", std::move(finalMessage), "stop"));
+    if (reply) emitStopHookDecision(*reply);
     return 0;
 }
 
@@ -68,12 +72,11 @@ int routeEvent(const HookInput& input) {
         log("Notification type: " + input.notificationType.value_or("nil") + ", skipping");
         return 0;
     }
-    // The question, plan-review and permission handlers are not built yet:
-    // these events end without a decision, so Claude Code asks in its terminal.
-    if (name == "PreToolUse") return 0;
+    if (name == "PreToolUse") return handlePreAskUserQuestionToolUseEvent(input);
     if (name == "PermissionRequest") {
         if (input.toolName == "AskUserQuestion") return handleAskUserQuestionPermission(input);
-        return 0;
+        if (input.toolName == "ExitPlanMode") return handleExitPlanModePermission(input);
+        return handlePermissionRequestEvent(input);
     }
     if (name == "UserPromptSubmit") {
         dismissAgent(input.sessionId);

@@ -1,9 +1,12 @@
 // Claude Code events: decode, the stop-hook-active and disable gates, routing,
-// and the Stop round trip. Each operation returns the process's exit status.
+// and the handlers. Each handler returns the process's exit status.
 #pragma once
 
+#include <optional>
+#include <string>
 #include <string_view>
 
+#include "bridge/Polling.hpp"
 #include "claude/ClaudeHookInput.hpp"
 
 namespace AgentHook::Claude {
@@ -15,8 +18,16 @@ int run();
 int handleEvent(std::string_view bytes);
 
 int handleStopEvent(const HookInput& input);
+int handlePermissionRequestEvent(const HookInput& input);
+int handlePreAskUserQuestionToolUseEvent(const HookInput& input);
+int handleExitPlanModePermission(const HookInput& input);
 
 // "Stop", "stop", "S_T_O_P": lower-cased and without underscores, "stop".
 bool isStopEvent(const std::optional<std::string>& hookEventName);
+
+// Puts a request to the app for the event's session, with the project, branch
+// and session title, and waits for the answer.
+WaitResult askVoxtrel(const HookInput& input, std::string_view status, std::string summary, std::string fullMessage,
+                      std::optional<std::string> fileKey = std::nullopt);
 
 }  // namespace AgentHook::Claude

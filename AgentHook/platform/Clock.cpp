@@ -7,6 +7,12 @@ namespace AgentHook::platform {
 
 std::int64_t unixSeconds() { return static_cast<std::int64_t>(::time(nullptr)); }
 
+double nowSeconds() {
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
 std::string isoTimestampUtc() {
     const std::time_t now = ::time(nullptr);
     std::tm parts{};

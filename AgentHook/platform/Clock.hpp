@@ -9,6 +9,9 @@ namespace AgentHook::platform {
 // Whole seconds since 1970-01-01 00:00 UTC.
 std::int64_t unixSeconds();
 
+// Seconds since 1970-01-01 00:00 UTC, with their fraction.
+double nowSeconds();
+
 // The current time as "2026-11-16T20:06:55Z" (UTC, whole seconds).
 std::string isoTimestampUtc();
 

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -98,16 +99,6 @@ bool writeFile(const std::string& path, std::string_view bytes, std::string* err
     return written;
 }
 
-bool writeFileAtomically(const std::string& path, std::string_view bytes, std::string* error,
-                         const std::string& temporary) {
-    const std::string staging = temporary.empty() ? path + ".tmp" + std::to_string(::getpid()) : temporary;
-    if (!writeFile(staging, bytes, error) || !moveFile(staging, path, error)) {
-        removeFile(staging);
-        return false;
-    }
-    return true;
-}
-
 bool moveFile(const std::string& from, const std::string& to, std::string* error) {
     if (::rename(from.c_str(), to.c_str()) == 0) return true;
     if (error) *error = lastErrorDescription();
@@ -124,6 +115,37 @@ bool appendToFile(const std::string& path, std::string_view bytes) {
     const bool written = writeAll(fd, bytes);
     ::close(fd);
     return written;
+}
+
+std::optional<std::string> linkTarget(const std::string& path) {
+    std::string target(4096, '\0');
+    const ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
+    if (length < 0 || static_cast<std::size_t>(length) >= target.size()) return std::nullopt;
+    target.resize(static_cast<std::size_t>(length));
+    return target;
+}
+
+std::optional<std::vector<std::string>> listDirectory(const std::string& path) {
+    DIR* directory = ::opendir(path.c_str());
+    if (directory == nullptr) return std::nullopt;
+    std::vector<std::string> names;
+    while (const dirent* entry = ::readdir(directory)) {
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..") names.emplace_back(name);
+    }
+    ::closedir(directory);
+    return names;
+}
+
+std::optional<double> modificationTime(const std::string& path) {
+    struct stat info;
+    if (::stat(path.c_str(), &info) != 0) return std::nullopt;
+#if defined(__APPLE__)
+    const timespec& modified = info.st_mtimespec;
+#else
+    const timespec& modified = info.st_mtim;
+#endif
+    return static_cast<double>(modified.tv_sec) + static_cast<double>(modified.tv_nsec) / 1e9;
 }
 
 }  // namespace AgentHook::platform

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace AgentHook::platform {
 
@@ -42,12 +43,6 @@ private:
 // Creates (or truncates) `path` and writes `bytes` to it.
 bool writeFile(const std::string& path, std::string_view bytes, std::string* error = nullptr);
 
-// Replaces `path` in one step: the bytes go to a temporary file beside it
-// (`temporary`, or a name made from the target's and the process id), which is
-// then renamed over the target. The temporary file is removed on every failure path.
-bool writeFileAtomically(const std::string& path, std::string_view bytes, std::string* error = nullptr,
-                         const std::string& temporary = {});
-
 // rename(2); `error` receives the system's description on failure.
 bool moveFile(const std::string& from, const std::string& to, std::string* error = nullptr);
 
@@ -57,6 +52,16 @@ void removeFile(const std::string& path);
 // Appends `bytes` to `path` (created when missing) with a single write on a
 // descriptor opened for appending, so concurrent writers never interleave.
 bool appendToFile(const std::string& path, std::string_view bytes);
+
+// The target of a symbolic link, as stored; nothing when `path` is not a link.
+std::optional<std::string> linkTarget(const std::string& path);
+
+// The entries of a directory (without "." and ".."), in the order the system
+// lists them; nothing when it cannot be read.
+std::optional<std::vector<std::string>> listDirectory(const std::string& path);
+
+// The last modification time in seconds since 1970, with its fraction.
+std::optional<double> modificationTime(const std::string& path);
 
 // The description of the current errno.
 std::string lastErrorDescription();

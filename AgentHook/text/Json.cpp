@@ -51,6 +51,12 @@ bool writeValue(std::string& out, const Json& value, int indent, int depth) {
         }
         case Json::value_t::string:
             return appendJsonString(out, value.get_ref<const std::string&>());
+        case Json::value_t::binary: {
+            // A number's text as it was read (parseJsonKeepingNumbers).
+            const auto& digits = value.get_binary();
+            out.append(digits.begin(), digits.end());
+            return true;
+        }
         case Json::value_t::discarded:
             return false;
         default:
@@ -106,6 +112,78 @@ std::optional<Json> parseJson(std::string_view bytes) {
     Json value = Json::parse(bytes.begin(), bytes.end(), nullptr, /*allow_exceptions=*/false);
     if (value.is_discarded()) return std::nullopt;
     return value;
+}
+
+namespace {
+
+// Builds the tree as nlohmann's own DOM parser does, keeping the text of
+// floating-point numbers.
+class KeepingNumbers : public nlohmann::json_sax<Json> {
+public:
+    static constexpr std::size_t kMaxDepth = 512;
+    Json root;
+
+    bool null() override { return add(Json(nullptr)); }
+    bool boolean(bool value) override { return add(Json(value)); }
+    bool number_integer(number_integer_t value) override { return add(Json(value)); }
+    bool number_unsigned(number_unsigned_t value) override { return add(Json(value)); }
+    bool number_float(number_float_t, const string_t& text) override {
+        return add(Json::binary(Json::binary_t::container_type(text.begin(), text.end())));
+    }
+    bool string(string_t& value) override { return add(Json(std::move(value))); }
+    bool binary(binary_t& value) override { return add(Json::binary(std::move(value))); }
+    bool start_object(std::size_t) override { return open(Json::object()); }
+    bool key(string_t& name) override {
+        key_ = std::move(name);
+        return true;
+    }
+    bool end_object() override { return close(); }
+    bool start_array(std::size_t) override { return open(Json::array()); }
+    bool end_array() override { return close(); }
+    bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override { return false; }
+
+private:
+    // Places a value in the open container (or as the root); the new value's address.
+    Json* place(Json&& value) {
+        if (stack_.empty()) {
+            root = std::move(value);
+            return &root;
+        }
+        Json& parent = *stack_.back();
+        if (parent.is_array()) {
+            parent.push_back(std::move(value));
+            return &parent.back();
+        }
+        Json& slot = parent[key_];
+        slot = std::move(value);
+        return &slot;
+    }
+    bool add(Json&& value) {
+        place(std::move(value));
+        return true;
+    }
+    bool open(Json&& container) {
+        if (stack_.size() >= kMaxDepth) return false;
+        stack_.push_back(place(std::move(container)));
+        return true;
+    }
+    bool close() {
+        stack_.pop_back();
+        return true;
+    }
+
+    std::vector<Json*> stack_;
+    std::string key_;
+};
+
+}  // namespace
+
+std::optional<Json> parseJsonKeepingNumbers(std::string_view bytes) {
+    KeepingNumbers builder;
+    if (!Json::sax_parse(bytes.begin(), bytes.end(), &builder, nlohmann::json::input_format_t::json, true)) {
+        return std::nullopt;
+    }
+    return std::move(builder.root);
 }
 
 std::optional<std::string> stringMember(const Json& object, const char* key) {

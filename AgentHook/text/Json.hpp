@@ -30,6 +30,13 @@ bool appendJsonString(std::string& out, std::string_view text);
 // unpaired surrogate. Never throws.
 std::optional<Json> parseJson(std::string_view bytes);
 
+// Parses like parseJson, but keeps the text of every number that is not an
+// integer exactly as written ("1.50", "2E3"), so that a document read and
+// written back keeps its numbers. Such a number is held as a binary value
+// carrying its text, which the writer puts out verbatim. Nesting deeper than
+// 512 levels fails the parse.
+std::optional<Json> parseJsonKeepingNumbers(std::string_view bytes);
+
 // Lenient member access: the value when the member is there with that type.
 std::optional<std::string> stringMember(const Json& object, const char* key);
 std::optional<bool> boolMember(const Json& object, const char* key);

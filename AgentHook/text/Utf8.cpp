@@ -131,8 +131,6 @@ std::string lowercased(std::string_view text) {
     return result;
 }
 
-namespace {
-
 bool isWhitespaceOrNewline(long codePoint) {
     if (codePoint < 0) return false;
     if ((codePoint >= 0x09 && codePoint <= 0x0D) || codePoint == 0x20 || codePoint == 0x85) return true;
@@ -142,13 +140,23 @@ bool isWhitespaceOrNewline(long codePoint) {
            category == UTF8PROC_CATEGORY_ZP;
 }
 
+namespace {
+
+bool isNewline(long codePoint) {
+    return (codePoint >= 0x0A && codePoint <= 0x0D) || codePoint == 0x85 || codePoint == 0x2028 || codePoint == 0x2029;
+}
+
 }  // namespace
 
-std::string_view trimmed(std::string_view text) {
+std::string_view trimmed(std::string_view text) { return trimmedWhere(text, isWhitespaceOrNewline); }
+
+std::string_view trimmedNewlines(std::string_view text) { return trimmedWhere(text, isNewline); }
+
+std::string_view trimmedWhere(std::string_view text, bool (*trim)(long codePoint)) {
     std::size_t begin = 0;
     while (begin < text.size()) {
         std::size_t next = begin;
-        if (!isWhitespaceOrNewline(decodeCodePoint(text, next))) break;
+        if (!trim(decodeCodePoint(text, next))) break;
         begin = next;
     }
     std::size_t end = text.size();
@@ -157,7 +165,7 @@ std::string_view trimmed(std::string_view text) {
         std::size_t start = end - 1;
         while (start > begin && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80) --start;
         std::size_t next = start;
-        if (!isWhitespaceOrNewline(decodeCodePoint(text, next)) || next != end) break;
+        if (!trim(decodeCodePoint(text, next)) || next != end) break;
         end = start;
     }
     return text.substr(begin, end - begin);

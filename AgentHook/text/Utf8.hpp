@@ -19,8 +19,18 @@ std::string_view characterPrefix(std::string_view text, std::size_t count);
 // Full Unicode lower-case mapping; bytes that are not valid UTF-8 pass through.
 std::string lowercased(std::string_view text);
 
+// Unicode white space and newlines (the White_Space property); false for -1.
+bool isWhitespaceOrNewline(long codePoint);
+
 // Without leading and trailing Unicode white space and newlines.
 std::string_view trimmed(std::string_view text);
+
+// Without leading and trailing line breaks (LF, VT, FF, CR, NEL, U+2028,
+// U+2029); blanks and tabs are kept.
+std::string_view trimmedNewlines(std::string_view text);
+
+// Without the leading and trailing code points for which `trim` is true.
+std::string_view trimmedWhere(std::string_view text, bool (*trim)(long codePoint));
 
 // Decodes one code point at `text[index]`, advancing `index`; -1 (and one
 // byte) for an invalid sequence.

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <functional>
 #include <poll.h>
+#include <sys/stat.h>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -16,6 +17,7 @@
 #include "Requests.hpp"
 #include "bridge/Inbox.hpp"
 #include "platform/Clock.hpp"
+#include "platform/AtomicFile.hpp"
 #include "platform/Files.hpp"
 
 namespace {
@@ -36,13 +38,15 @@ const char* const kUsage =
     "the answer to its response file.\n"
     "\n"
     "  --answer TEXT     scripted answer, one per request in arrival order (repeatable);\n"
-    "                    written verbatim, so a question takes {\"answers\":[[\"label\"]]}\n"
+    "                    written verbatim: a permission takes a reply word (allow, deny,\n"
+    "                    always, bypass), a question {\"answers\":[[\"label\"]]}\n"
     "  --delay SECONDS   wait this long before writing each scripted answer (default 0)\n"
     "  --exit-after N    exit after answering N requests\n"
     "  --bus-name NAME   own NAME instead (com.brightloft.voxtrel.debug plays the app's debug build)\n"
     "\n"
-    "Once the scripted answers are used up, answers are read from the terminal; without\n"
-    "one, further requests are shown and left unanswered.\n";
+    "Once the scripted answers are used up, answers are read from standard input, one\n"
+    "line per answer (one per question): a number picks a shown choice, any other text\n"
+    "is sent as typed. Without input, further requests are shown and left unanswered.\n";
 
 struct Options {
     std::vector<std::string> answers;
@@ -105,6 +109,14 @@ bool takeDismissFor(const std::string& inbox, const std::string& sessionId) {
         }
     }
     return false;
+}
+
+// Answers are read from a terminal, a pipe or a file. Any other character
+// device is the null device that a background job gets, with nothing to say.
+bool standardInputCanAnswer() {
+    if (::isatty(STDIN_FILENO) != 0) return true;
+    struct stat info{};
+    return ::fstat(STDIN_FILENO, &info) == 0 && !S_ISCHR(info.st_mode);
 }
 
 enum class LineResult { line, closed, abandoned, stopped };
@@ -181,8 +193,8 @@ private:
             if (stopRequested != 0) return std::nullopt;
             return options_.answers[nextAnswer_++];
         }
-        if (!terminalOpen_) {
-            say("companion: left " + request + " unanswered (no scripted answers left, no terminal)\n");
+        if (!inputOpen_) {
+            say("companion: left " + request + " unanswered (no scripted answers left, no input)\n");
             return std::nullopt;
         }
         const std::string session = payload.sessionId.value_or("");
@@ -191,17 +203,27 @@ private:
         auto ask = [&](const std::string& prompt, std::string& line) {
             say(prompt);
             const LineResult result = readTerminalLine(line, abandon);
+            // A terminal echoes what was typed; piped input is echoed here so the transcript reads the same.
+            if (result == LineResult::line && !echoed_) say(line + "\n");
             if (result == LineResult::closed) {
-                terminalOpen_ = false;
-                say("\ncompanion: terminal closed; " + request + " left unanswered\n");
+                inputOpen_ = false;
+                say("\ncompanion: input closed; " + request + " left unanswered\n");
             }
             if (withdrawn) say("\ncompanion: withdrawn: session " + session + " (prompt abandoned)\n");
             return result == LineResult::line;
         };
 
-        const auto questions = payload.status == "question" && body ? Companion::parseQuestions(*body) : std::nullopt;
         std::string line;
-        if (!questions) return ask("answer> ", line) ? std::optional<std::string>(line) : std::nullopt;
+        const auto permission =
+            payload.status == "permission" && body ? Companion::parsePermission(*body) : std::nullopt;
+        if (permission) {
+            if (!ask("choice> ", line)) return std::nullopt;
+            return Companion::replyFromLine(permission->choices, line);
+        }
+        const auto questions = payload.status == "question" && body ? Companion::parseQuestions(*body) : std::nullopt;
+        if (!questions || questions->empty()) {
+            return ask("answer> ", line) ? std::optional<std::string>(line) : std::nullopt;
+        }
         std::vector<std::vector<std::string>> answers;
         for (std::size_t q = 0; q < questions->size(); ++q) {
             if (!ask("question " + std::to_string(q + 1) + "> ", line)) return std::nullopt;
@@ -214,7 +236,8 @@ private:
     std::string inbox_;
     std::size_t nextAnswer_ = 0;
     long answered_ = 0;
-    bool terminalOpen_ = ::isatty(STDIN_FILENO) != 0;
+    bool inputOpen_ = standardInputCanAnswer();
+    bool echoed_ = ::isatty(STDIN_FILENO) != 0;
 };
 
 }  // namespace

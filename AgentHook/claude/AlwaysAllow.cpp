@@ -1,0 +1,200 @@
+#include "claude/AlwaysAllow.hpp"
+
+#include <algorithm>
+
+#include "platform/AtomicFile.hpp"
+#include "platform/DirectoryLock.hpp"
+#include "platform/Files.hpp"
+#include "runtime/Logging.hpp"
+#include "runtime/Paths.hpp"
+#include "text/Json.hpp"
+#include "text/Utf8.hpp"
+
+namespace AgentHook::Claude {
+
+using text::Json;
+
+namespace {
+
+const std::string* nonEmptyValue(const std::map<std::string, std::string>& map, const char* key) {
+    const auto found = map.find(key);
+    return found != map.end() && !found->second.empty() ? &found->second : nullptr;
+}
+
+std::string joinPath(const std::string& directory, const char* component) {
+    if (!directory.empty() && directory.back() == '/') return directory + component;
+    return directory + "/" + component;
+}
+
+// Where the settings file really is: a link (a dotfiles repository) is
+// followed, so that the link stays and its target is replaced.
+std::string resolvedTarget(const std::string& path) {
+    std::string resolved = path;
+    for (int hops = 0; hops < 16; ++hops) {
+        const std::optional<std::string> target = platform::linkTarget(resolved);
+        if (!target) break;
+        if (!target->empty() && target->front() == '/') {
+            resolved = *target;
+        } else {
+            resolved = resolved.substr(0, resolved.rfind('/') + 1) + *target;
+        }
+    }
+    return resolved;
+}
+
+}  // namespace
+
+std::string autoAcceptFilePath(const std::string& sessionId, const std::string& toolName) {
+    return scratchPath(sessionId + "-autoaccept-" + toolName);
+}
+
+std::vector<std::string> extractAutoAcceptRules(const std::optional<std::vector<PermissionSuggestion>>& suggestions) {
+    std::vector<std::string> rules;
+    if (!suggestions) return rules;
+    for (const PermissionSuggestion& suggestion : *suggestions) {
+        if (!suggestion.rules) continue;
+        for (const auto& map : *suggestion.rules) {
+            if (const std::string* content = nonEmptyValue(map, "ruleContent")) rules.push_back(*content);
+        }
+    }
+    return rules;
+}
+
+std::string mergedAutoAcceptText(const std::optional<std::string>& old, const std::string& added) {
+    if (!old || old->empty()) return added;
+    if (*old == "*" || added == "*") return "*";
+    return *old + "\n" + added;
+}
+
+void writeAlwaysAllowFlag(const std::string& sessionId, const std::string& toolName,
+                          const std::optional<std::vector<PermissionSuggestion>>& suggestions, bool isSetMode) {
+    const std::string path = autoAcceptFilePath(sessionId, toolName);
+    const std::vector<std::string> rules = isSetMode ? std::vector<std::string>{"*"} : extractAutoAcceptRules(suggestions);
+    std::string added;
+    for (std::size_t i = 0; i < rules.size(); ++i) {
+        if (i > 0) added.push_back('\n');
+        added += rules[i];
+    }
+    {
+        platform::createDirectories(std::string(kScratchDirectory));
+        const platform::DirectoryLock lock{std::string(kScratchDirectory)};
+        std::optional<std::string> old = platform::readFile(path);
+        if (old && !text::isValidUtf8(*old)) old.reset();
+        platform::writeFileAtomically(path, mergedAutoAcceptText(old, added));
+    }
+    log("Always-allow: wrote rules to " + path + ": " + describeList(rules));
+}
+
+std::vector<std::string> buildSettingsAllowRules(const std::optional<std::vector<PermissionSuggestion>>& suggestions,
+                                                 const std::string& toolName, bool isSetMode) {
+    if (isSetMode) return {toolName};
+    std::vector<std::string> rules;
+    if (!suggestions) return rules;
+    for (const PermissionSuggestion& suggestion : *suggestions) {
+        if (!suggestion.rules) continue;
+        for (const auto& map : *suggestion.rules) {
+            const std::string* named = nonEmptyValue(map, "toolName");
+            const std::string name = named ? *named : toolName;
+            const std::string* content = nonEmptyValue(map, "ruleContent");
+            rules.push_back(content ? name + "(" + *content + ")" : name);
+        }
+    }
+    return rules;
+}
+
+SettingsMerge mergeAllowRules(std::string_view settings, const std::vector<std::string>& rules) {
+    Json object = Json::object();
+    if (!settings.empty()) {
+        std::optional<Json> parsed = text::parseJsonKeepingNumbers(settings);
+        if (!parsed || !parsed->is_object()) return {std::nullopt, "is not a JSON object"};
+        object = std::move(*parsed);
+    }
+    Json& permissions = object["permissions"];
+    if (permissions.is_null()) permissions = Json::object();
+    if (!permissions.is_object()) return {std::nullopt, "has a \"permissions\" member that is not an object"};
+    Json& allow = permissions["allow"];
+    if (allow.is_null()) allow = Json::array();
+    if (!allow.is_array()) return {std::nullopt, "has an \"allow\" member that is not an array"};
+    for (const Json& entry : allow) {
+        if (!entry.is_string()) return {std::nullopt, "has an \"allow\" entry that is not a text"};
+    }
+    for (const std::string& rule : rules) {
+        if (std::find(allow.begin(), allow.end(), Json(rule)) == allow.end()) allow.push_back(rule);
+    }
+    std::optional<std::string> bytes = text::toPrettyJson(object);
+    if (!bytes) return {std::nullopt, std::string(), true};
+    return {std::move(bytes), std::string()};
+}
+
+void persistAllowRules(const std::string& cwd, const std::vector<std::string>& rules) {
+    if (cwd.empty() || rules.empty()) {
+        log("Always-allow: skipping settings.local.json persist (empty cwd or rules)");
+        return;
+    }
+    const std::string directory = joinPath(cwd, ".claude");
+    const std::string path = joinPath(directory, "settings.local.json");
+    std::string error;
+    if (!platform::createDirectories(directory, &error)) {
+        log("Always-allow: cannot create " + directory + ": " + error);
+        return;
+    }
+    const std::string target = resolvedTarget(path);
+    const platform::DirectoryLock lock(target.substr(0, target.rfind('/')));
+    std::string settings;
+    if (platform::fileExists(target)) {
+        std::optional<std::string> read = platform::readFile(target);
+        if (!read) {
+            log("Always-allow: cannot read " + path + ": " + platform::lastErrorDescription() + "; left as it was");
+            return;
+        }
+        settings = std::move(*read);
+    }
+    const SettingsMerge merge = mergeAllowRules(settings, rules);
+    if (merge.unserializable) {
+        log("Always-allow: failed to serialize settings.local.json");
+        return;
+    }
+    if (!merge.bytes) {
+        log("Always-allow: " + path + " " + merge.problem + "; left as it was");
+        return;
+    }
+    if (!platform::writeFileAtomically(target, *merge.bytes, &error, platform::AtomicFile::Mode::keepTarget)) {
+        log("Always-allow: failed to write " + path + ": " + error);
+        return;
+    }
+    log("Always-allow: persisted " + describeList(rules) + " to " + path);
+}
+
+std::string describeList(const std::vector<std::string>& texts) {
+    static constexpr char hex[] = "0123456789abcdef";
+    std::string out = "[";
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        if (i > 0) out.append(", ");
+        out.push_back('"');
+        for (const char c : texts[i]) {
+            const auto byte = static_cast<unsigned char>(c);
+            switch (c) {
+                case '"': out.append("\\\""); break;
+                case '\\': out.append("\\\\"); break;
+                case '\n': out.append("\\n"); break;
+                case '\r': out.append("\\r"); break;
+                case '\t': out.append("\\t"); break;
+                case '\0': out.append("\\0"); break;
+                default:
+                    if (byte < 0x20 || byte == 0x7f) {
+                        out.append("\\u{");
+                        if (byte >= 0x10) out.push_back(hex[byte >> 4]);
+                        out.push_back(hex[byte & 0x0f]);
+                        out.push_back('}');
+                    } else {
+                        out.push_back(c);
+                    }
+            }
+        }
+        out.push_back('"');
+    }
+    out.push_back(']');
+    return out;
+}
+
+}  // namespace AgentHook::Claude

@@ -1,0 +1,78 @@
+// A Claude Code permission request: allowed at once by the session bypass or
+// a stored rule, else put to the app with four choices; no answer leaves the
+// decision to Claude Code's own prompt.
+#include "bridge/Replies.hpp"
+#include "claude/AlwaysAllow.hpp"
+#include "claude/ClaudeEvents.hpp"
+#include "claude/Permissions.hpp"
+#include "claude/Transcript.hpp"
+#include "platform/Files.hpp"
+#include "runtime/Bypass.hpp"
+#include "runtime/Decisions.hpp"
+#include "runtime/Glob.hpp"
+#include "runtime/Logging.hpp"
+#include "text/Utf8.hpp"
+
+namespace AgentHook::Claude {
+
+namespace {
+
+const PermissionResponse kAllow{PermissionResponse::Behavior::allow, std::nullopt};
+
+// The session's stored rules for the tool, one per non-empty line, untrimmed.
+std::optional<std::vector<std::string>> storedRules(const std::string& sessionId, const std::string& toolName) {
+    const std::optional<std::string> contents = platform::readFile(autoAcceptFilePath(sessionId, toolName));
+    if (!contents || !text::isValidUtf8(*contents)) return std::nullopt;
+    std::vector<std::string> rules;
+    std::size_t start = 0;
+    while (start <= contents->size()) {
+        const std::size_t end = std::min(contents->find('\n', start), contents->size());
+        if (end > start) rules.emplace_back(*contents, start, end - start);
+        start = end + 1;
+    }
+    return rules;
+}
+
+std::string requestBody(const HookInput& input, const PermissionDetails& details) {
+    text::Json body = {{"toolName", input.toolName},
+                       {"summary", details.summary},
+                       {"details", details.details},
+                       {"suggestions", permissionPayloadSuggestions(input.permissionSuggestions, input.toolName)}};
+    if (input.transcriptPath) {
+        const std::optional<std::string> context = extractLastAssistantMessage(*input.transcriptPath);
+        if (context && !context->empty()) body["context"] = *context;
+    }
+    return text::toCompactJson(body).value_or("{}");
+}
+
+}  // namespace
+
+int handlePermissionRequestEvent(const HookInput& input) {
+    if (isBypassActive(input.sessionId, input.toolName)) {
+        emitPermissionDecision(kAllow);
+        return 0;
+    }
+    if (const auto rules = storedRules(input.sessionId, input.toolName)) {
+        const std::string target = autoAcceptTarget(input.toolInput);
+        if (matchesAutoAcceptRules(*rules, target, input.toolName)) {
+            log("Auto-accept matched for " + input.toolName + " target=" + target + " session=" + input.sessionId);
+            emitPermissionDecision(kAllow);
+            return 0;
+        }
+    }
+
+    PermissionDetails details = buildPermissionDetails(input.toolName, input.toolInput);
+    std::string body = requestBody(input, details);
+    const WaitResult result = askVoxtrel(input, RequestStatus::permission, std::move(details.summary), std::move(body));
+    if (result.interrupted) return 0;
+    const std::optional<std::string> reply = answerOf(result);
+    if (!reply) {
+        log("Permission dismissed, yielding to TUI for session=" + input.sessionId);
+        return 0;
+    }
+    emitPermissionDecision(resolvePermissionDecisionFromResponse(*reply, input.sessionId, input.toolName,
+                                                                 input.permissionSuggestions, input.cwd));
+    return 0;
+}
+
+}  // namespace AgentHook::Claude

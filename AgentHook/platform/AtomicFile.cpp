@@ -1,0 +1,74 @@
+#include "platform/AtomicFile.hpp"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/Files.hpp"
+#include "platform/Streams.hpp"
+
+namespace AgentHook::platform {
+
+AtomicFile::AtomicFile(std::string path, Mode mode) : path_(std::move(path)), mode_(mode) {
+    std::string pattern = path_ + ".tmpXXXXXX";
+    fd_ = ::mkstemp(pattern.data());
+    if (fd_ < 0) {
+        fail("cannot create a temporary file beside " + path_);
+        return;
+    }
+    temporary_ = std::move(pattern);
+    ::fcntl(fd_, F_SETFD, FD_CLOEXEC);
+    if (mode_ == Mode::keepTarget) {
+        struct stat target;
+        mode_t permissions;
+        if (::stat(path_.c_str(), &target) == 0) {
+            permissions = target.st_mode & 07777;
+        } else {
+            const mode_t mask = ::umask(0);
+            ::umask(mask);
+            permissions = 0666 & ~mask;
+        }
+        if (::fchmod(fd_, permissions) != 0) fail("cannot set the mode of " + temporary_);
+    }
+}
+
+AtomicFile::~AtomicFile() {
+    if (fd_ >= 0) ::close(fd_);
+    if (!temporary_.empty()) ::unlink(temporary_.c_str());
+}
+
+bool AtomicFile::fail(const std::string& what) {
+    if (!failed_) error_ = what + ": " + lastErrorDescription();
+    failed_ = true;
+    return false;
+}
+
+bool AtomicFile::write(std::string_view bytes) {
+    if (failed_) return false;
+    if (!writeAll(fd_, bytes)) return fail("cannot write " + temporary_);
+    return true;
+}
+
+bool AtomicFile::commit() {
+    if (failed_) return false;
+    // A user's file must be on disk before the name points at it: a crash
+    // right after the rename must not leave it empty. Scratch files need not.
+    if (mode_ == Mode::keepTarget && ::fsync(fd_) != 0 && errno != EINVAL) return fail("cannot flush " + temporary_);
+    const int fd = fd_;
+    fd_ = -1;
+    if (::close(fd) != 0) return fail("cannot close " + temporary_);
+    if (::rename(temporary_.c_str(), path_.c_str()) != 0) return fail("cannot rename " + temporary_ + " to " + path_);
+    temporary_.clear();
+    return true;
+}
+
+bool writeFileAtomically(const std::string& path, std::string_view bytes, std::string* error, AtomicFile::Mode mode) {
+    AtomicFile file(path, mode);
+    if (file.write(bytes) && file.commit()) return true;
+    if (error) *error = file.error();
+    return false;
+}
+
+}  // namespace AgentHook::platform

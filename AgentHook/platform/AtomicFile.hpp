@@ -1,0 +1,48 @@
+// The one way the program replaces a file: the bytes go to a temporary file
+// created beside the target with mkstemp (an unpredictable name, never
+// following a link), and an explicit commit renames it over the target. A
+// temporary that is not committed is removed when the object goes away, so
+// every failure path leaves the target as it was.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace AgentHook::platform {
+
+class AtomicFile {
+public:
+    enum class Mode {
+        privateToUser,  // 0600: the scratch directory's files
+        keepTarget,     // the target's mode, or 0666 less the umask for a new file: the user's own files
+    };
+
+    explicit AtomicFile(std::string path, Mode mode = Mode::privateToUser);
+    AtomicFile(const AtomicFile&) = delete;
+    AtomicFile& operator=(const AtomicFile&) = delete;
+    ~AtomicFile();
+
+    // Appends to the temporary file; false (with error()) once anything failed.
+    bool write(std::string_view bytes);
+    // Flushes the temporary to disk and renames it over the target.
+    bool commit();
+
+    const std::string& error() const { return error_; }
+
+private:
+    bool fail(const std::string& what);
+
+    std::string path_;
+    std::string temporary_;
+    Mode mode_;
+    int fd_ = -1;
+    bool failed_ = false;
+    std::string error_;
+};
+
+// Replaces `path` with `bytes` through an AtomicFile; `error` receives the
+// system's description on failure.
+bool writeFileAtomically(const std::string& path, std::string_view bytes, std::string* error = nullptr,
+                         AtomicFile::Mode mode = AtomicFile::Mode::privateToUser);
+
+}  // namespace AgentHook::platform

@@ -1,0 +1,22 @@
+#include "runtime/Bypass.hpp"
+
+#include "platform/Files.hpp"
+#include "runtime/Logging.hpp"
+#include "runtime/Paths.hpp"
+
+namespace AgentHook {
+
+std::string bypassMarkerPath(const std::string& sessionId) { return scratchPath(sessionId + "-bypass-perms"); }
+
+bool isBypassActive(const std::string& sessionId, const std::string& toolName) {
+    if (!platform::fileExists(bypassMarkerPath(sessionId))) return false;
+    log("Bypass-perms mode active for session=" + sessionId + ", auto-allowing " + toolName);
+    return true;
+}
+
+void enableBypass(const std::string& sessionId) {
+    platform::createDirectories(std::string(kScratchDirectory));
+    platform::writeFile(bypassMarkerPath(sessionId), "");
+}
+
+}  // namespace AgentHook

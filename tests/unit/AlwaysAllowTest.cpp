@@ -1,0 +1,147 @@
+// Remembering "always": the session's rule file, the rules written into the
+// project's settings, and the merge that must never cost the user a byte.
+#include <gtest/gtest.h>
+
+#include "claude/AlwaysAllow.hpp"
+#include "text/Json.hpp"
+
+using namespace AgentHook;
+using namespace AgentHook::Claude;
+
+namespace {
+
+std::optional<std::vector<PermissionSuggestion>> suggestions(const std::string& json) {
+    std::optional<std::vector<PermissionSuggestion>> list;
+    const text::Json object = {{"list", *text::parseJson(json)}};
+    EXPECT_TRUE(text::readOptionalList(object, "list", list, decodePermissionSuggestion));
+    return list;
+}
+
+// A settings file as Claude Code writes it, with the user's own members.
+const std::string kUserSettings = R"json({
+  "permissions": {
+    "allow": ["Read", "Bash(npm run test:*)"],
+    "deny": ["Bash(rm:*)"],
+    "additionalDirectories": ["../shared"]
+  },
+  "model": "x",
+  "env": {"RATIO": 1.50, "BIG": 12345678901234567890123, "N": -7, "E": 2E3, "ZERO": 0.0},
+  "nested": [[{"a": [true, null]}], {}],
+  "greeting": "Grüß dich, \u00e9t\u00e9 \ud83d\ude00 a/b"
+})json";
+
+}  // namespace
+
+TEST(AlwaysAllow, RuleFileContents) {
+    const std::tuple<std::optional<std::string>, std::string, std::string> cases[] = {
+        {std::nullopt, "npm test:*", "npm test:*"},
+        {"", "a\nb", "a\nb"},
+        {"a", "b\nc", "a\nb\nc"},
+        {"a", "", "a\n"},
+        {"*", "b", "*"},
+        {"a", "*", "*"},
+        {"a\n", "a", "a\n\na"},
+    };
+    for (const auto& [old, added, merged] : cases) EXPECT_EQ(mergedAutoAcceptText(old, added), merged);
+}
+
+TEST(AlwaysAllow, RulesFromSuggestions) {
+    const auto list = suggestions(R"([{"type":"addRules","behavior":"deny","rules":[{"toolName":"Bash","ruleContent":"npm run test:*"},)"
+                                  R"({"ruleContent":""},{"toolName":"","ruleContent":"ls"}]},{"type":"setMode"},{"rules":[{"path":"/p"}]}])");
+    EXPECT_EQ(extractAutoAcceptRules(list), (std::vector<std::string>{"npm run test:*", "ls"}));
+    EXPECT_EQ(buildSettingsAllowRules(list, "Edit", false),
+              (std::vector<std::string>{"Bash(npm run test:*)", "Edit", "Edit(ls)", "Edit"}));
+    EXPECT_EQ(buildSettingsAllowRules(list, "Edit", true), (std::vector<std::string>{"Edit"}));
+    EXPECT_TRUE(buildSettingsAllowRules(std::nullopt, "Edit", false).empty());
+    EXPECT_TRUE(extractAutoAcceptRules(std::nullopt).empty());
+}
+
+TEST(AlwaysAllow, ListsInLogLines) {
+    EXPECT_EQ(describeList({}), "[]");
+    EXPECT_EQ(describeList({"*"}), R"(["*"])");
+    EXPECT_EQ(describeList({"a\"b", "c\\d\n", std::string("\x01", 1)}), R"(["a\"b", "c\\d\n", "\u{1}"])");
+}
+
+TEST(SettingsMerge, AddsRulesOnceAndKeepsEverythingElse) {
+    const SettingsMerge merge = mergeAllowRules(kUserSettings, {"Edit", "Read", "Edit", "Bash(npm run test:*)"});
+    ASSERT_TRUE(merge.bytes) << merge.problem;
+    const std::string& bytes = *merge.bytes;
+    EXPECT_EQ(bytes,
+              "{\n"
+              "  \"env\" : {\n"
+              "    \"BIG\" : 12345678901234567890123,\n"
+              "    \"E\" : 2E3,\n"
+              "    \"N\" : -7,\n"
+              "    \"RATIO\" : 1.50,\n"
+              "    \"ZERO\" : 0.0\n"
+              "  },\n"
+              "  \"greeting\" : \"Grüß dich, été 😀 a\\/b\",\n"
+              "  \"model\" : \"x\",\n"
+              "  \"nested\" : [\n"
+              "    [\n"
+              "      {\n"
+              "        \"a\" : [\n"
+              "          true,\n"
+              "          null\n"
+              "        ]\n"
+              "      }\n"
+              "    ],\n"
+              "    {}\n"
+              "  ],\n"
+              "  \"permissions\" : {\n"
+              "    \"additionalDirectories\" : [\n"
+              "      \"..\\/shared\"\n"
+              "    ],\n"
+              "    \"allow\" : [\n"
+              "      \"Read\",\n"
+              "      \"Bash(npm run test:*)\",\n"
+              "      \"Edit\"\n"
+              "    ],\n"
+              "    \"deny\" : [\n"
+              "      \"Bash(rm:*)\"\n"
+              "    ]\n"
+              "  }\n"
+              "}");
+    // Merging again changes nothing.
+    EXPECT_EQ(mergeAllowRules(bytes, {"Edit"}).bytes, bytes);
+}
+
+TEST(SettingsMerge, StartsFromNothingOrAMissingMember) {
+    EXPECT_EQ(mergeAllowRules("", {"Edit"}).bytes, "{\n  \"permissions\" : {\n    \"allow\" : [\n      \"Edit\"\n    ]\n  }\n}");
+    EXPECT_EQ(mergeAllowRules(R"({"permissions":{"ask":[]}})", {"Edit"}).bytes,
+              "{\n  \"permissions\" : {\n    \"allow\" : [\n      \"Edit\"\n    ],\n    \"ask\" : []\n  }\n}");
+}
+
+TEST(SettingsMerge, AFileOfAnotherShapeIsNeverRewritten) {
+    const std::string cases[] = {
+        " ",
+        "[]",
+        "{\"permissions\": {\"allow\": [\"Read\"]}",
+        "{\"a\":1} trailing",
+        R"({"permissions": []})",
+        R"({"permissions": "all"})",
+        R"({"permissions": {"allow": "Read"}})",
+        R"({"permissions": {"allow": ["Read", 3]}})",
+        R"({"a": "\ud800"})",
+        R"({"a": 1e400})",
+        std::string(600, '[') + std::string(600, ']'),
+        "{\"a\": \"\xff\"}",
+    };
+    for (const std::string& settings : cases) {
+        const SettingsMerge merge = mergeAllowRules(settings, {"Edit"});
+        EXPECT_FALSE(merge.bytes) << settings;
+        EXPECT_FALSE(merge.problem.empty()) << settings;
+    }
+}
+
+TEST(SettingsMerge, EveryPrefixOfARealFileMergesOrIsLeftAlone) {
+    for (std::size_t length = 0; length <= kUserSettings.size(); ++length) {
+        const std::string prefix = kUserSettings.substr(0, length);
+        const SettingsMerge merge = mergeAllowRules(prefix, {"Edit"});
+        // Only the whole file (or an empty one) merges; every cut one is left as it was.
+        EXPECT_EQ(merge.bytes.has_value(), length == kUserSettings.size() || length == 0) << length;
+        if (!merge.bytes) {
+            EXPECT_FALSE(merge.problem.empty()) << length;
+        }
+    }
+}

@@ -1,0 +1,204 @@
+// Auto-accept rules and their globs. Globs must agree with the anchored
+// regular expression they stand for, so beside the table the matcher is
+// compared with std::regex on random inputs over an alphabet where the two
+// regex dialects agree.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "runtime/Glob.hpp"
+
+using namespace AgentHook;
+
+TEST(Glob, MatchesLikeTheAnchoredRegularExpression) {
+    struct Case {
+        std::string pattern;
+        std::string path;
+        bool matches;
+    };
+    const Case cases[] = {
+        {"/Users/ann/proj/**", "/Users/ann/proj/a.txt", true},
+        {"/Users/ann/proj/**", "/Users/ann/proj/src/b/c.txt", true},
+        {"/Users/ann/proj/**", "/Users/ann/proj/", true},
+        {"/Users/ann/proj/**", "/Users/ann/proj", false},
+        {"/Users/ann/proj/**", "/Users/ann/project/x", false},
+        {"/tmp/*.log", "/tmp/a.log", true},
+        {"/tmp/*.log", "/tmp/.log", true},
+        {"/tmp/*.log", "/tmp/x/a.log", false},
+        {"/home/u/**.md", "/home/u/sub/a.md", true},
+        // "**/" also matches where the slash and what it stood for are absent.
+        {"a/**/b", "a/b", true},
+        {"a/**/b", "a/x/y/b", true},
+        {"a/**/b", "a/xb", true},
+        {"a/**/b", "a/x/b/", false},
+        {"***", "a/b", true},
+        // Anchored at both ends, letter case counting.
+        {"/a", "/a/b", false},
+        {"/a/b", "x/a/b", false},
+        {"/A", "/a", false},
+        {"", "", true},
+        // Regular-expression characters are literal.
+        {"/tmp/a(1).txt", "/tmp/a(1).txt", true},
+        {"/tmp/a(1).txt", "/tmp/a1.txt", false},
+        {"/x/.txt", "/x/atxt", false},
+        {"/x/[ab]{2}^$|+\\", "/x/[ab]{2}^$|+\\", true},
+        {"/x/[ab]", "/x/a", false},
+        // "?" is one user-perceived character, "/" included, never a line break.
+        {"/?", "/\xC3\xA9", true},                                   // é
+        {"/?", "/e\xCC\x81", true},                                  // e + combining acute
+        {"/?", "/\xF0\x9F\x91\xA9\xE2\x80\x8D\xF0\x9F\x92\xBB", true},  // woman technologist (ZWJ)
+        {"/?", "/\xF0\x9F\x87\xAB\xF0\x9F\x87\xB7", true},          // flag of France
+        {"/?", "/ab", false},
+        {"/?", "/", false},
+        {"?", "/", true},
+        {"/?", "/\n", false},
+        {"/?", "/\r\n", false},
+        {"/??", "/\r\n", false},
+        {"/e?", "/e\xCC\x81", true},                                 // the mark alone after a literal e
+        // Literals and stars work on code points: "*" may take a combining mark.
+        {"/e*", "/e\xCC\x81x", true},
+        {"/e", "/e\xCC\x81", false},
+        // "**" (.*) stops at every line terminator; "*" ([^/]*) does not.
+        {"/x/**", "/x/a\nb", false},
+        {"/x/**", "/x/a\rb", false},
+        {"/x/**", "/x/a\vb", false},
+        {"/x/**", "/x/a\fb", false},
+        {"/x/**", "/x/a\xC2\x85" "b", false},                       // NEL
+        {"/x/**", "/x/a\xE2\x80\xA8" "b", false},                   // LINE SEPARATOR
+        {"/x/**", "/x/a\xE2\x80\xA9" "b", false},                   // PARAGRAPH SEPARATOR
+        {"/x/**", "/x/a\tb\xE2\x80\xA7", true},                     // tab and a neighbour of LS are no terminators
+        {"/x/*", "/x/a\nb", true},
+        {"/x/*", "/x/a\xE2\x80\xA8" "b", true},
+        // "$" also matches before one final line terminator, CR LF counting as one.
+        {"/a", "/a\n", true},
+        {"/a", "/a\r", true},
+        {"/a", "/a\r\n", true},
+        {"/a", "/a\xE2\x80\xA9", true},
+        {"/a", "/a\xC2\x85", true},
+        {"/a", "/a\n\n", false},
+        {"/a", "/a\n\r", false},
+        {"/a\r", "/a\r\n", false},
+        {"/x/**", "/x/abc\n", true},
+        {"", "\n", true},
+        {"/a\n", "/a\n", true},
+        // Pattern characters are read as whole user-perceived characters.
+        {"/e\xCC\x81", "/e\xCC\x81", true},
+        {"/*\xCC\x81", "/x\xCC\x81", false},                        // a star with a mark is no star
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(globMatch(c.pattern, c.path), c.matches) << "pattern " << c.pattern << " path " << c.path;
+    }
+}
+
+// Over {a, b, /, LF} ECMAScript and ICU agree on ".", "[^/]" and literals;
+// ECMAScript's "$" matches only at the very end, so the final line
+// terminator is tried both ways.
+TEST(Glob, AgreesWithARegularExpressionOnRandomInputs) {
+    const auto toRegex = [](const std::string& glob) {
+        std::string regex;
+        for (std::size_t i = 0; i < glob.size(); ++i) {
+            if (glob[i] == '*' && i + 1 < glob.size() && glob[i + 1] == '*') {
+                regex += ".*";
+                ++i;
+                if (i + 1 < glob.size() && glob[i + 1] == '/') ++i;
+            } else if (glob[i] == '*') {
+                regex += "[^/]*";
+            } else if (glob[i] == '?') {
+                regex += ".";
+            } else {
+                regex += glob[i];
+            }
+        }
+        return std::regex(regex);
+    };
+    std::mt19937 random(20240611);
+    const auto randomText = [&](const char* alphabet, std::size_t alphabetSize, std::size_t maxLength) {
+        std::string text(random() % (maxLength + 1), ' ');
+        for (char& c : text) c = alphabet[random() % alphabetSize];
+        return text;
+    };
+    for (int round = 0; round < 20000; ++round) {
+        const std::string pattern = randomText("ab/*?\n", 6, 7);
+        const std::string path = randomText("ab/\n", 4, 9);
+        const std::regex regex = toRegex(pattern);
+        const bool expected = std::regex_match(path, regex) ||
+                              (!path.empty() && path.back() == '\n' &&
+                               std::regex_match(path.begin(), path.end() - 1, regex));
+        ASSERT_EQ(globMatch(pattern, path), expected) << "pattern " << pattern << " path " << path;
+    }
+}
+
+TEST(Glob, LongTargetsWithManyStarsStayLinear) {
+    std::string segments = "/a/";
+    while (segments.size() < 1024 * 1024) segments += "bb/";
+    EXPECT_FALSE(globMatch("/a/*/*/*/*/*/*/*/*/x", segments + "y"));
+    EXPECT_TRUE(globMatch("/a/*/*/*/*/*/*/*/**/x", segments + "x"));
+
+    const std::string letters = "/" + std::string(1024 * 1024, 'a');
+    EXPECT_FALSE(globMatch("/**a**a**a**a**a**a**a**a**a**a**b", letters));
+    EXPECT_FALSE(globMatch("/*a*a*a*a*a*a*a*a*a*a*a*a*a*a*a*a*a*a*a*b", letters));
+    EXPECT_TRUE(globMatch("/**a*a?a*a**a", letters));
+    EXPECT_TRUE(globMatch("/" + std::string(300, '?') + "**", letters));
+}
+
+TEST(AutoAcceptRules, MatchEachRuleByItsForm) {
+    struct Case {
+        std::vector<std::string> rules;
+        std::string target;
+        bool matches;
+    };
+    const Case cases[] = {
+        // "*" anywhere covers everything; otherwise an empty target is never covered.
+        {{"npm", "*"}, "", true},
+        {{"*"}, "anything", true},
+        {{"npm"}, "", false},
+        {{""}, "", false},
+        {{"**"}, "npm", false},
+        // Literal prefixes, character for character.
+        {{"npm run"}, "npm run build", true},
+        {{"npm run"}, "npm run", true},
+        {{"npm run"}, "npx run", false},
+        {{"npm run"}, "npm ru", false},
+        {{"/src"}, "/src/x", true},
+        {{"/src"}, "/srcfoo", true},
+        {{"/Users/ann/cafe"}, "/Users/ann/cafe\xCC\x81/x", false},
+        {{"Bash(npm test)"}, "npm test", false},
+        {{"NPM"}, "npm", false},
+        // "//" globs, the first slash dropped.
+        {{"//home/u/*.md"}, "/home/u/a.md", true},
+        {{"//home/u/*.md"}, "/home/u/sub/a.md", false},
+        {{"//home/u/**.md"}, "/home/u/sub/a.md", true},
+        {{"//home/u/*.md"}, "//home/u/a.md", false},
+        // Domain rules: the exact host of an absolute URL.
+        {{"domain:example.com"}, "https://example.com/docs?q=1", true},
+        {{"domain:example.com"}, "https://example.com:8443/x", true},
+        {{"domain:example.com"}, "https://user:pw@example.com/", true},
+        {{"domain:example.com"}, "ftp://example.com", true},
+        {{"domain:example.com"}, "http://ex%61mple.com/", true},
+        {{"domain:example.com"}, "https://Example.com/x", false},
+        {{"domain:example.com"}, "https://api.example.com/x", false},
+        {{"domain:example.com"}, "https://example.com.evil.net/", false},
+        {{"domain:example.com"}, "https://evil.net/?next=https://example.com/", false},
+        {{"domain:example.com"}, "https://evil.net@example.com/", true},
+        {{"domain:example.com"}, "https://example.com@evil.net/", false},
+        {{"domain:example.com"}, "example.com", false},
+        {{"domain:example.com"}, "//example.com/x", false},
+        {{"domain:example.com"}, "https://exa mple.com/", false},
+        {{"domain:example.com"}, "mailto:ann@example.com", false},
+        {{"domain:::1"}, "http://[::1]:8080/", true},
+        {{"domain:"}, "file:///etc/passwd", false},
+        {{"domain:example.com"}, "domain:example.com", false},
+        // Every rule is tried in turn until one covers the target.
+        {{"domain:example.com", "//tmp/*", "git "}, "git status", true},
+        {{"git ", "domain:example.com"}, "https://example.com/", true},
+        {{"//tmp/*", "npm"}, "/tmp/a/b", false},
+    };
+    for (const Case& c : cases) {
+        std::string rules;
+        for (const std::string& rule : c.rules) rules += "[" + rule + "]";
+        EXPECT_EQ(matchesAutoAcceptRules(c.rules, c.target, "Tool"), c.matches) << rules << " target " << c.target;
+    }
+}

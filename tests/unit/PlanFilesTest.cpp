@@ -1,0 +1,94 @@
+// Finding the session's plan: the slug the transcript names last, its
+// staleness, and the newest plan file when the transcript names none.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <sys/time.h>
+
+#include <cstdlib>
+#include <ctime>
+
+#include "claude/PlanFiles.hpp"
+#include "support/TestSupport.hpp"
+
+using namespace AgentHook::Claude;
+using namespace testsupport;
+
+TEST(PlanSlug, TheLastMatchWins) {
+    const std::pair<std::string, std::optional<std::string>> cases[] = {
+        {R"({"slug":"old-plan"})" "\n" R"({"slug":"new-plan"})", "new-plan"},
+        {R"({"slug" :  "a1-b2"} {"slug":"Upper"} {"slug":"under_score"})", "a1-b2"},
+        {"\"slug\"\t:\n\xC2\xA0\"x\"", "x"},
+        {R"("slug":"")", std::nullopt},
+        {R"("slug":"abc)", std::nullopt},
+        {R"("slug"="abc")", std::nullopt},
+        {R"("Slug":"abc")", std::nullopt},
+        {R"("slug":"abc"slug":"def")", "abc"},  // the second would start inside the first match
+        {"", std::nullopt},
+    };
+    for (const auto& [text, slug] : cases) EXPECT_EQ(lastPlanSlug(text), slug) << text;
+}
+
+namespace {
+
+class PlanFiles : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const char* home = std::getenv("HOME");
+        if (home) savedHome_ = home;
+        ::setenv("HOME", dir_.path().c_str(), 1);
+        plans_ = dir_.file(".claude/plans");
+        makeDirectories(plans_);
+    }
+    void TearDown() override {
+        if (savedHome_) ::setenv("HOME", savedHome_->c_str(), 1);
+    }
+    // Writes a plan file last modified `age` seconds ago.
+    std::string plan(const std::string& name, const std::string& text, double age) {
+        const std::string path = plans_ + "/" + name;
+        writeText(path, text);
+        timeval times[2];
+        ::gettimeofday(&times[0], nullptr);
+        times[0].tv_sec -= static_cast<time_t>(age);
+        times[1] = times[0];
+        ::utimes(path.c_str(), times);
+        return path;
+    }
+    std::string transcript(const std::string& text) {
+        const std::string path = dir_.file("t.jsonl");
+        writeText(path, text);
+        return path;
+    }
+
+    TempDir dir_;
+    std::optional<std::string> savedHome_;
+    std::string plans_;
+};
+
+}  // namespace
+
+TEST_F(PlanFiles, TheTranscriptSlugAndItsStaleness) {
+    plan("fresh.md", "\n  # Fresh plan\n\n", 1);
+    plan("old.md", "# Old plan", 20);
+    plan("newest.md", "# Newest", 0);
+    EXPECT_EQ(findMostRecentPlanContent("/w", transcript(R"({"slug":"fresh"})"), false), "# Fresh plan");
+    const std::string old = transcript(R"({"slug":"old"})");
+    EXPECT_EQ(findMostRecentPlanContent("/w", old, false), std::nullopt);
+    EXPECT_EQ(findMostRecentPlanContent("/w", old, true), "# Old plan");
+    // A slug whose file is missing or blank gives nothing, though other plans exist.
+    EXPECT_EQ(findMostRecentPlanContent("/w", transcript(R"({"slug":"gone"})"), true), std::nullopt);
+    plan("blank.md", " \n", 0);
+    EXPECT_EQ(findMostRecentPlanContent("/w", transcript(R"({"slug":"blank"})"), true), std::nullopt);
+}
+
+TEST_F(PlanFiles, TheNewestPlanFileWithoutASlug) {
+    plan("a.md", "A", 30);
+    plan("b.md", "B", 10);
+    plan("notes.MD", "not a plan", 0);
+    plan("c.txt", "not a plan", 0);
+    EXPECT_EQ(findMostRecentPlanContent("/w", std::nullopt, false), "B");
+    EXPECT_EQ(findMostRecentPlanContent("/w", transcript(R"({"slug":"Upper_Case"})"), false), "B");
+    EXPECT_EQ(findMostRecentPlanContent("/w", dir_.file("missing.jsonl"), false), "B");
+    plan("b.md", "   ", 0);  // the newest is blank: no plan
+    EXPECT_EQ(findMostRecentPlanContent("/w", std::nullopt, false), std::nullopt);
+}

@@ -3,8 +3,6 @@
 
 #include <signal.h>
 
-#include <thread>
-
 #include "bridge/AgentInboxPayload.hpp"
 #include "support/TestSupport.hpp"
 
@@ -12,81 +10,31 @@ using namespace testsupport;
 
 namespace {
 
-std::string escapedSlashes(const std::string& text) {
-    std::string escaped;
-    for (const char c : text) {
-        if (c == '/') escaped.push_back('\\');
-        escaped.push_back(c);
-    }
-    return escaped;
-}
-
-class ClaudeFlow : public ::testing::Test {
+class ClaudeFlow : public HookTest {
 protected:
-    void SetUp() override {
-        environment_ = makeHookEnvironment(dir_);
-        session_ = uniqueSessionId("claude");
-        cwd_ = dir_.file("proj");
-        makeDirectories(cwd_);
-    }
-    void TearDown() override {
-        if (watcher_.joinable()) watcher_.join();
-        removeSessionFiles(session_);
-    }
-
-    // Plays the app: answers the first update payload with `reply`, as the app
-    // does, through a temporary file moved into place.
-    void answerFirstRequest(const std::string& reply) {
-        watcher_ = std::thread([this, reply] {
-            const auto path = waitForPayload(inboxOf(environment_), 20);
-            if (!path) return;
-            payloadBytes_ = readText(*path);
-            const auto payload = AgentHook::decodeInboxPayload(payloadBytes_);
-            if (!payload || !payload->responseFile) return;
-            messageSeen_ = readText(*payload->messageFile);
-            writeText(*payload->responseFile + ".partial", reply);
-            ::rename((*payload->responseFile + ".partial").c_str(), payload->responseFile->c_str());
-        });
-    }
-
     std::string stopEvent(const std::string& extra) const {
         return R"({"hook_event_name":"Stop","session_id":")" + session_ + R"(","cwd":")" + cwd_ + "\"" + extra + "}";
     }
-
-    // The log messages after the "Event:" line.
-    static std::vector<std::string> afterEventLine(const Finished& finished) {
-        auto messages = messagesIn(finished.err);
-        return messages.size() > 3 ? std::vector<std::string>(messages.begin() + 3, messages.end())
-                                   : std::vector<std::string>{};
-    }
-
-    TempDir dir_;
-    HookEnvironment environment_;
-    std::string session_;
-    std::string cwd_;
-    std::thread watcher_;
-    std::string payloadBytes_;
-    std::string messageSeen_;
 };
 
 }  // namespace
 
 TEST_F(ClaudeFlow, StopHandsTheSpokenReplyBackAsABlockDecision) {
-    answerFirstRequest("Thanks, now \"ship\" it/2");
+    app_.answerNext(environment_, "Thanks, now \"ship\" it/2");
     const Finished finished = runHook({"claude"}, stopEvent(R"(,"last_assistant_message":"Done with /src.")"), environment_);
-    watcher_.join();
+    app_.join();
 
     EXPECT_EQ(finished.status, 0);
     EXPECT_EQ(finished.out, R"({"decision":"block","reason":"Thanks, now \"ship\" it\/2"})");
     const std::string messageFile = kScratch + "/" + session_ + "-stop-message.txt";
     const std::string responseFile = kScratch + "/" + session_ + "-stop-response.txt";
-    EXPECT_EQ(payloadBytes_,
+    EXPECT_EQ(app_.payload,
               R"({"agent":"claude-code","branch":"","cwd":")" + escapedSlashes(cwd_) + R"(","hookPid":)" +
                   std::to_string(finished.pid) + R"(,"kind":"update","messageFile":")" + escapedSlashes(messageFile) +
                   R"(","project":"proj","requestId":")" + session_ + R"(-stop","responseFile":")" +
                   escapedSlashes(responseFile) + R"(","sessionId":")" + session_ +
                   R"(","status":"completed","summary":"Task complete","title":""})");
-    EXPECT_EQ(messageSeen_, "Done with /src.");
+    EXPECT_EQ(app_.message, "Done with /src.");
     EXPECT_EQ(readText(messageFile), "Done with /src.");  // Stop files stay for the next turn
     EXPECT_TRUE(exists(responseFile));
     EXPECT_EQ(afterEventLine(finished),
@@ -101,7 +49,7 @@ TEST_F(ClaudeFlow, StopHandsTheSpokenReplyBackAsABlockDecision) {
 }
 
 TEST_F(ClaudeFlow, AnEmptyReplyLeavesTheTurnToClaude) {
-    answerFirstRequest("");
+    app_.answerNext(environment_, "");
     const Finished finished = runHook({"claude"}, stopEvent(R"(,"last_assistant_message":"Done.")"), environment_);
     EXPECT_EQ(finished.status, 0);
     EXPECT_EQ(finished.out, "");
@@ -127,12 +75,12 @@ TEST_F(ClaudeFlow, TheFinalMessageAndTitleComeFromClaudesFiles) {
               R"({"type":"custom-title","customTitle":"Old name"})" "\n"
               R"({"type":"assistant","message":{"content":[{"type":"text","text":"From the transcript"}]}})" "\n"
               R"({"type":"custom-title","customTitle":"Voice hook"})" "\n");
-    answerFirstRequest("ok");
+    app_.answerNext(environment_, "ok");
     const Finished finished = runHook({"claude"}, stopEvent(R"(,"transcript_path":")" + transcript + "\""), environment_);
-    watcher_.join();
+    app_.join();
     EXPECT_EQ(finished.out, R"({"decision":"block","reason":"ok"})");
-    EXPECT_EQ(messageSeen_, "From the transcript");
-    EXPECT_EQ(AgentHook::decodeInboxPayload(payloadBytes_)->title, "Voice hook");
+    EXPECT_EQ(app_.message, "From the transcript");
+    EXPECT_EQ(AgentHook::decodeInboxPayload(app_.payload)->title, "Voice hook");
 }
 
 TEST_F(ClaudeFlow, GatesAndRoutes) {

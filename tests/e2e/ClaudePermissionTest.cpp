@@ -1,0 +1,256 @@
+// Claude Code permission requests end to end: every spoken answer, the
+// session bypass, stored rules, and the project's settings file.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "bridge/AgentInboxPayload.hpp"
+#include "support/TestSupport.hpp"
+
+using namespace testsupport;
+
+namespace {
+
+const std::string kAllow =
+    R"({"hookSpecificOutput":{"decision":{"behavior":"allow","message":""},"hookEventName":"PermissionRequest"}})";
+
+std::string denial(const std::string& message) {
+    return R"({"hookSpecificOutput":{"decision":{"behavior":"deny","message":")" + message +
+           R"("},"hookEventName":"PermissionRequest"}})";
+}
+
+// The suggestions a real Bash request carries: a directory and a mode switch.
+const std::string kSetModeSuggestions =
+    R"([{"type":"addDirectories","directories":["/tmp"],"destination":"session"},)"
+    R"({"type":"setMode","mode":"acceptEdits","destination":"session"}])";
+const std::string kRuleSuggestions =
+    R"([{"type":"addRules","rules":[{"toolName":"Bash","ruleContent":"npm test:*"}],"behavior":"allow","destination":"localSettings"}])";
+
+class ClaudePermission : public HookTest {
+protected:
+    std::string event(const std::string& tool, const std::string& toolInput, const std::string& suggestions,
+                      const std::string& session = "") const {
+        return R"({"hook_event_name":"PermissionRequest","permission_mode":"default","session_id":")" +
+               (session.empty() ? session_ : session) + R"(","cwd":")" + cwd_ + R"(","tool_name":")" + tool +
+               R"(","tool_input":)" + toolInput + R"(,"permission_suggestions":)" + suggestions + "}";
+    }
+    std::string bash(const std::string& command, const std::string& suggestions = kSetModeSuggestions) const {
+        return event("Bash", R"({"command":")" + command + R"(","description":"Run it"})", suggestions);
+    }
+    Finished answered(const std::string& input, const std::string& reply) {
+        app_.answerNext(environment_, reply);
+        Finished finished = runHook({"claude"}, input, environment_);
+        app_.join();
+        return finished;
+    }
+    std::string autoAcceptFile(const std::string& tool) const { return kScratch + "/" + session_ + "-autoaccept-" + tool; }
+    std::string settingsFile() const { return cwd_ + "/.claude/settings.local.json"; }
+};
+
+}  // namespace
+
+TEST_F(ClaudePermission, EachSpokenAnswer) {
+    struct Case {
+        std::string reply;
+        std::string out;
+        std::string lastLine;
+    };
+    const std::string poll = "Poll got response";
+    const Case cases[] = {
+        {"allow", kAllow, poll},
+        {" ALLOW\n", kAllow, poll},
+        {"Deny", denial(""), poll},
+        {"Not now, use the STAGING database/2 ", denial("not now, use the staging database\\/2"), poll},
+        {" \n", denial(""), poll},
+        {"bypass-perms", denial("bypass-perms"), poll},
+        {"", "", "Permission dismissed, yielding to TUI for session=" + session_},
+    };
+    for (const Case& c : cases) {
+        const Finished finished = answered(bash("npm test"), c.reply);
+        EXPECT_EQ(finished.status, 0);
+        EXPECT_EQ(finished.out, c.out) << c.reply;
+        EXPECT_EQ(messagesIn(finished.err).back().rfind(c.lastLine, 0), 0u) << messagesIn(finished.err).back();
+    }
+    EXPECT_FALSE(exists(autoAcceptFile("Bash")));
+    EXPECT_FALSE(exists(settingsFile()));
+}
+
+TEST_F(ClaudePermission, TheRequestTheAppSees) {
+    const std::string transcript = dir_.file("t.jsonl");
+    writeText(transcript, R"({"type":"assistant","message":{"content":[{"type":"text","text":"I will edit a/b.txt"}]}})" "\n");
+    const std::string input =
+        R"({"hook_event_name":"PermissionRequest","session_id":")" + session_ + R"(","cwd":")" + cwd_ +
+        R"(","transcript_path":")" + transcript +
+        R"(","tool_name":"Edit","tool_input":{"file_path":"/p/a.txt","old_string":"x\ny","new_string":"z","replace_all":false},)"
+        R"("permission_suggestions":[{"type":"addRules","behavior":"allow","rules":[{"toolName":"Edit","ruleContent":"//p/src/**"}]}]})";
+    const Finished finished = answered(input, "allow");
+    EXPECT_EQ(finished.out, kAllow);
+    EXPECT_EQ(app_.message,
+              R"({"context":"I will edit a\/b.txt","details":"\/p\/a.txt\n\n-x\n-y\n+z","suggestions":[)"
+              R"({"behavior":"allow","label":"Yes","tool":"Edit"},)"
+              R"({"behavior":"always","label":"Always allow in src\/**","rules":[{"ruleContent":"\/\/p\/src\/**","toolName":"Edit"}],"tool":"Edit"},)"
+              R"({"behavior":"bypass-perms","label":"Bypass permissions for this session","tool":"Edit"},)"
+              R"({"behavior":"deny","label":"No","tool":"Edit"}],"summary":"Edit file?","toolName":"Edit"})");
+    const auto payload = AgentHook::decodeInboxPayload(app_.payload);
+    ASSERT_TRUE(payload);
+    EXPECT_EQ(payload->status, "permission");
+    EXPECT_EQ(payload->summary, "Edit file?");
+    EXPECT_EQ(payload->requestId, session_ + "-" + std::to_string(finished.pid));
+    // A request without a file key leaves nothing behind.
+    EXPECT_FALSE(exists(*payload->messageFile));
+    EXPECT_FALSE(exists(*payload->responseFile));
+}
+
+TEST_F(ClaudePermission, BypassAllowsTheRestOfTheSessionWithoutTheApp) {
+    Finished finished = answered(bash("npm test"), "Bypass\n");
+    EXPECT_EQ(finished.out, kAllow);
+    EXPECT_EQ(messagesIn(finished.err).back(), "Bypass-perms mode enabled (word-match) for session=" + session_);
+    EXPECT_EQ(readText(kScratch + "/" + session_ + "-bypass-perms"), "");
+
+    finished = runHook({"claude"}, event("WebFetch", "null", "null"), environment_);
+    EXPECT_EQ(finished.out, kAllow);
+    EXPECT_EQ(afterEventLine(finished),
+              std::vector<std::string>{"Bypass-perms mode active for session=" + session_ + ", auto-allowing WebFetch"});
+    EXPECT_TRUE(payloadsIn(inboxOf(environment_)).empty());
+}
+
+TEST_F(ClaudePermission, StoredRulesAllowWithoutTheApp) {
+    writeText(autoAcceptFile("Bash"), "git status\n\n//tmp/*.log\nnpm \n");
+    struct Case {
+        std::string input;
+        std::string target;
+    };
+    const Case matched[] = {
+        {bash("npm test"), "npm test"},
+        {event("Bash", R"({"command":"git status","file_path":"/tmp/a.log"})", "[]"), "/tmp/a.log"},
+    };
+    for (const Case& c : matched) {
+        const Finished finished = runHook({"claude"}, c.input, environment_);
+        EXPECT_EQ(finished.out, kAllow);
+        EXPECT_EQ(afterEventLine(finished), std::vector<std::string>{"Auto-accept matched for Bash target=" + c.target +
+                                                                     " session=" + session_});
+    }
+    EXPECT_TRUE(payloadsIn(inboxOf(environment_)).empty());
+    // Not covered, another tool, or a file that is not UTF-8: the app is asked.
+    EXPECT_EQ(answered(bash("npmx"), "deny").out, denial(""));
+    EXPECT_EQ(answered(bash("rm /tmp/x/a.log"), "deny").out, denial(""));
+    EXPECT_EQ(answered(event("Read", R"({"file_path":"/tmp/a.log"})", "[]"), "deny").out, denial(""));
+    writeText(autoAcceptFile("Bash"), "npm \xff");
+    EXPECT_EQ(answered(bash("npm test"), "deny").out, denial(""));
+}
+
+TEST_F(ClaudePermission, AlwaysWithAModeSwitchAllowsTheWholeTool) {
+    makeDirectories(cwd_ + "/.claude");
+    const std::string userSettings = R"json({"permissions":{"allow":["Read"],"deny":["Bash(rm:*)"]},"model":"x","ratio":0.50,"note":"été ✓"})json";
+    writeText(settingsFile(), userSettings);
+    ::chmod(settingsFile().c_str(), 0640);
+
+    const Finished finished = answered(bash("npm test"), "always");
+    EXPECT_EQ(finished.out, kAllow);
+    EXPECT_EQ(readText(autoAcceptFile("Bash")), "*");
+    EXPECT_EQ(readText(settingsFile()),
+              "{\n  \"model\" : \"x\",\n  \"note\" : \"été ✓\",\n  \"permissions\" : {\n    \"allow\" : [\n"
+              "      \"Read\",\n      \"Bash\"\n    ],\n    \"deny\" : [\n      \"Bash(rm:*)\"\n    ]\n  },\n"
+              "  \"ratio\" : 0.50\n}");
+    struct stat info;
+    ASSERT_EQ(::stat(settingsFile().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0640u);
+    const auto messages = messagesIn(finished.err);
+    EXPECT_EQ(messages.at(messages.size() - 2), "Always-allow: wrote rules to " + autoAcceptFile("Bash") + ": [\"*\"]");
+    EXPECT_EQ(messages.back(), "Always-allow: persisted [\"Bash\"] to " + settingsFile());
+
+    // Every later call of the tool in the session is allowed at once.
+    const Finished later = runHook({"claude"}, bash("anything at all"), environment_);
+    EXPECT_EQ(later.out, kAllow);
+}
+
+TEST_F(ClaudePermission, AlwaysWithRulesStoresThoseRules) {
+    // The settings file is a link into the user's dotfiles: the link stays.
+    const std::string dotfiles = dir_.file("dotfiles.json");
+    writeText(dotfiles, "{}");
+    makeDirectories(cwd_ + "/.claude");
+    ASSERT_EQ(::symlink(dotfiles.c_str(), settingsFile().c_str()), 0);
+    writeText(autoAcceptFile("Bash"), "git ");
+
+    const Finished finished = answered(bash("npm test", kRuleSuggestions), "ALWAYS");
+    EXPECT_EQ(finished.out, kAllow);
+    EXPECT_EQ(readText(autoAcceptFile("Bash")), "git \nnpm test:*");
+    EXPECT_EQ(readText(dotfiles), "{\n  \"permissions\" : {\n    \"allow\" : [\n      \"Bash(npm test:*)\"\n    ]\n  }\n}");
+    struct stat info;
+    ASSERT_EQ(::lstat(settingsFile().c_str(), &info), 0);
+    EXPECT_TRUE(S_ISLNK(info.st_mode));
+    EXPECT_EQ(messagesIn(finished.err).back(), "Always-allow: persisted [\"Bash(npm test:*)\"] to " + settingsFile());
+}
+
+TEST_F(ClaudePermission, AlwaysWithoutRulesSkipsTheSettings) {
+    const Finished finished = answered(bash("npm test", "[]"), "always");
+    EXPECT_EQ(finished.out, kAllow);
+    EXPECT_EQ(readText(autoAcceptFile("Bash")), "");
+    const auto messages = messagesIn(finished.err);
+    EXPECT_EQ(messages.at(messages.size() - 2), "Always-allow: wrote rules to " + autoAcceptFile("Bash") + ": []");
+    EXPECT_EQ(messages.back(), "Always-allow: skipping settings.local.json persist (empty cwd or rules)");
+    EXPECT_FALSE(exists(cwd_ + "/.claude"));
+}
+
+TEST_F(ClaudePermission, ASettingsFileOfAnotherShapeIsLeftByteForByte) {
+    makeDirectories(cwd_ + "/.claude");
+    const std::string cases[] = {
+        "{\"permissions\": {\"allow\": [\"Read\"],}}\n",  // a trailing comma: not JSON
+        "{\"permissions\": {\"allow\": \"Read\"}}",
+        "[\"Read\"]",
+    };
+    for (const std::string& settings : cases) {
+        writeText(settingsFile(), settings);
+        const Finished finished = answered(bash("npm test"), "always");
+        EXPECT_EQ(finished.out, kAllow);
+        EXPECT_EQ(readText(settingsFile()), settings);
+        const std::string last = messagesIn(finished.err).back();
+        EXPECT_EQ(last.rfind("Always-allow: " + settingsFile() + " ", 0), 0u) << last;
+        EXPECT_NE(last.find("left as it was"), std::string::npos) << last;
+        ::unlink(autoAcceptFile("Bash").c_str());  // "always" stored "*" for the session
+    }
+}
+
+TEST_F(ClaudePermission, AnswersGivenAtTheSameMomentKeepEachOthersRules) {
+    // Several sessions of one project answer "always" together, each with a rule of its own.
+    constexpr int kHooks = 6;
+    std::vector<std::string> sessions;
+    std::vector<RunningProcess> hooks;
+    for (int i = 0; i < kHooks; ++i) {
+        sessions.push_back(session_ + "-" + std::to_string(i));
+        const std::string rules = R"([{"type":"addRules","behavior":"allow","rules":[{"toolName":"Bash","ruleContent":"job)" +
+                                  std::to_string(i) + R"(:*"}]}])";
+        hooks.push_back(start(AGENT_HOOK_PROGRAM, {"claude"}, environment_.build(), true,
+                              event("Bash", R"({"command":"job"})", rules, sessions.back())));
+    }
+    std::vector<std::string> responses;
+    for (int attempt = 0; attempt < 2000 && responses.size() < kHooks; ++attempt) {
+        responses.clear();
+        for (const std::string& payload : payloadsIn(inboxOf(environment_))) {
+            responses.push_back(*AgentHook::decodeInboxPayload(payload)->responseFile);
+        }
+        ::usleep(5000);
+    }
+    ASSERT_EQ(responses.size(), static_cast<std::size_t>(kHooks));
+    for (const std::string& response : responses) writeText(response, "always");
+    for (RunningProcess& hook : hooks) EXPECT_EQ(finish(hook).out, kAllow);
+
+    const std::string settings = readText(settingsFile());
+    for (int i = 0; i < kHooks; ++i) {
+        EXPECT_NE(settings.find("\"Bash(job" + std::to_string(i) + ":*)\""), std::string::npos) << settings;
+        removeSessionFiles(sessions[i]);
+    }
+}
+
+TEST_F(ClaudePermission, AnInterruptLeavesTheDecisionToClaude) {
+    RunningProcess process = start(AGENT_HOOK_PROGRAM, {"claude"}, environment_.build(), true, bash("npm test"));
+    ASSERT_TRUE(waitForPayload(inboxOf(environment_), 20));
+    waitForInterruptHandler(process.pid);
+    ::kill(process.pid, SIGINT);
+    const Finished finished = finish(process);
+    EXPECT_EQ(finished.status, 0);
+    EXPECT_EQ(finished.out, "");
+    EXPECT_EQ(messagesIn(finished.err).back().rfind("SIGINT received", 0), 0u);
+}

@@ -18,6 +18,8 @@
 #include <sstream>
 #include <thread>
 
+#include "bridge/AgentInboxPayload.hpp"
+
 extern char** environ;
 
 namespace testsupport {
@@ -250,15 +252,25 @@ std::vector<std::string> messagesIn(const std::string& standardError) {
     return messagesOfLines(standardError, std::nullopt);
 }
 
-std::vector<std::string> payloadsIn(const std::string& inbox) {
+namespace {
+
+std::vector<std::string> payloadPathsIn(const std::string& inbox) {
     std::vector<std::pair<fs::file_time_type, std::string>> files;
     std::error_code error;
     for (const auto& entry : fs::directory_iterator(inbox, error)) {
         if (entry.path().extension() == ".json") files.emplace_back(entry.last_write_time(), entry.path().string());
     }
     std::sort(files.begin(), files.end());
+    std::vector<std::string> paths;
+    for (auto& [time, path] : files) paths.push_back(std::move(path));
+    return paths;
+}
+
+}  // namespace
+
+std::vector<std::string> payloadsIn(const std::string& inbox) {
     std::vector<std::string> payloads;
-    for (const auto& [time, path] : files) payloads.push_back(readText(path));
+    for (const std::string& path : payloadPathsIn(inbox)) payloads.push_back(readText(path));
     return payloads;
 }
 
@@ -274,12 +286,65 @@ std::optional<std::string> waitForPayload(const std::string& inbox, double secon
     return std::nullopt;
 }
 
+void FakeApp::answerNext(const HookEnvironment& environment, const std::string& reply) {
+    join();
+    thread_ = std::thread([this, inbox = inboxOf(environment), reply] {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (std::chrono::steady_clock::now() < deadline) {
+            for (const std::string& path : payloadPathsIn(inbox)) {
+                const std::string bytes = readText(path);
+                const auto decoded = AgentHook::decodeInboxPayload(bytes);
+                if (!decoded || decoded->kind != AgentHook::AgentInboxPayload::Kind::update) continue;
+                fs::remove(path);
+                payload = bytes;
+                message = readText(decoded->messageFile.value_or(""));
+                const std::string response = decoded->responseFile.value_or("");
+                writeText(response + ".partial", reply);
+                ::rename((response + ".partial").c_str(), response.c_str());
+                return;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    });
+}
+
+void FakeApp::join() {
+    if (thread_.joinable()) thread_.join();
+}
+
 void removeSessionFiles(const std::string& sessionId) {
     std::error_code error;
     for (const auto& entry : fs::directory_iterator(kScratch, error)) {
         const std::string name = entry.path().filename().string();
         if (name.rfind(sessionId + "-", 0) == 0 || name == "disabled-" + sessionId) fs::remove(entry.path(), error);
     }
+}
+
+std::string escapedSlashes(const std::string& text) {
+    std::string escaped;
+    for (const char c : text) {
+        if (c == '/') escaped.push_back('\\');
+        escaped.push_back(c);
+    }
+    return escaped;
+}
+
+void HookTest::SetUp() {
+    environment_ = makeHookEnvironment(dir_);
+    session_ = uniqueSessionId("claude");
+    cwd_ = dir_.file("proj");
+    makeDirectories(cwd_);
+}
+
+void HookTest::TearDown() {
+    app_.join();
+    removeSessionFiles(session_);
+}
+
+std::vector<std::string> HookTest::afterEventLine(const Finished& finished) {
+    auto messages = messagesIn(finished.err);
+    return messages.size() > 3 ? std::vector<std::string>(messages.begin() + 3, messages.end())
+                               : std::vector<std::string>{};
 }
 
 }  // namespace testsupport

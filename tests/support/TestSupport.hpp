@@ -9,6 +9,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace testsupport {
@@ -92,7 +93,47 @@ std::vector<std::string> payloadsIn(const std::string& inbox);
 // Waits up to `seconds` for a ".json" file to appear; returns its path.
 std::optional<std::string> waitForPayload(const std::string& inbox, double seconds);
 
+// Plays the app in a thread: takes the next update payload that lands in the
+// inbox (removing it, as the app does), keeps it and its message file, and
+// answers through a temporary file moved into place.
+class FakeApp {
+public:
+    FakeApp() = default;
+    FakeApp(const FakeApp&) = delete;
+    FakeApp& operator=(const FakeApp&) = delete;
+    ~FakeApp() { join(); }
+
+    void answerNext(const HookEnvironment& environment, const std::string& reply);
+    void join();
+
+    std::string payload;  // the update payload's bytes
+    std::string message;  // the message file's bytes
+
+private:
+    std::thread thread_;
+};
+
 // Removes the session's request files from the scratch directory.
 void removeSessionFiles(const std::string& sessionId);
+
+// Every "/" written as "\/", as the hook's JSON writes it.
+std::string escapedSlashes(const std::string& text);
+
+// One end-to-end test of the hook: a fresh HOME, a unique session id, a
+// project directory "proj", and a FakeApp; the session's files go afterwards.
+class HookTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // The log messages after "Hook started", the input record and the "Event:" line.
+    static std::vector<std::string> afterEventLine(const Finished& finished);
+
+    TempDir dir_;
+    HookEnvironment environment_;
+    std::string session_;
+    std::string cwd_;
+    FakeApp app_;
+};
 
 }  // namespace testsupport

@@ -92,7 +92,7 @@ namespace {
 
 void appendIndented(std::string& out, const std::string& text) {
     std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) out += "    " + line + "\n";
+    for (std::string line; std::getline(lines, line);) out += (line.empty() ? "" : "    ") + line + "\n";
 }
 
 // "label:    text" for one line, an indented block below the label otherwise.

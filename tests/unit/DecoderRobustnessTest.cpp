@@ -23,6 +23,15 @@ const std::string kSamples[] = {
     R"({"agent":"codex","branch":"","hookPid":12,"kind":"update","messageFile":"\/tmp\/m","title":"T"})",
 };
 
+// A Bash permission request as Claude Code sends it.
+const std::string kPermissionEvent =
+    R"({"session_id":"3f0c2a4e-8d1b-4c55-9a0e-6b2f7d9e1c11","transcript_path":"\/home\/ann\/.claude\/projects\/-home-ann-web\/3f0c2a4e-8d1b-4c55-9a0e-6b2f7d9e1c11.jsonl",)"
+    R"("cwd":"\/home\/ann\/web","permission_mode":"default","hook_event_name":"PermissionRequest","tool_name":"Bash",)"
+    R"("tool_input":{"command":"npm test -- --grep \"caf\u00e9\"","description":"Run the tests","timeout":120000},)"
+    R"("permission_suggestions":[{"type":"addDirectories","directories":["\/tmp"],"destination":"session"},)"
+    R"({"type":"setMode","mode":"acceptEdits","destination":"session"},)"
+    R"({"type":"addRules","rules":[{"toolName":"Bash","ruleContent":"npm test:*"}],"behavior":"allow","destination":"localSettings"}]})";
+
 void feedEverywhere(const std::string& bytes) {
     const auto input = Claude::decodeHookInput(bytes, 1);
     if (input) {
@@ -43,6 +52,22 @@ void feedEverywhere(const std::string& bytes) {
 TEST(DecoderRobustness, EveryPrefixOfAValidInput) {
     for (const std::string& sample : kSamples) {
         for (std::size_t length = 0; length <= sample.size(); ++length) feedEverywhere(sample.substr(0, length));
+    }
+}
+
+TEST(DecoderRobustness, ARealPermissionEventDecodesWholeAndNoPrefixDoes) {
+    const auto input = Claude::decodeHookInput(kPermissionEvent, 1);
+    ASSERT_TRUE(input);
+    EXPECT_EQ(input->cwd, "/home/ann/web");
+    EXPECT_EQ(input->toolName, "Bash");
+    ASSERT_TRUE(input->toolInput);
+    EXPECT_EQ(input->toolInput->command, "npm test -- --grep \"caf\u00e9\"");
+    ASSERT_TRUE(input->permissionSuggestions);
+    ASSERT_EQ(input->permissionSuggestions->size(), 3u);
+    EXPECT_EQ((*input->permissionSuggestions)[1].type, "setMode");
+    EXPECT_EQ((*input->permissionSuggestions)[2].rules->at(0).at("ruleContent"), "npm test:*");
+    for (std::size_t length = 0; length < kPermissionEvent.size(); ++length) {
+        EXPECT_FALSE(Claude::decodeHookInput(kPermissionEvent.substr(0, length), 1)) << length;
     }
 }
 

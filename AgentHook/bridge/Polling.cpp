@@ -1,31 +1,38 @@
 #include "bridge/Polling.hpp"
 
-#include <csignal>
+#include <algorithm>
 #include <unistd.h>
 
 #include "bridge/Inbox.hpp"
-#include "platform/Clock.hpp"
 #include "platform/AtomicFile.hpp"
 #include "platform/Files.hpp"
 #include "platform/Process.hpp"
 #include "platform/Signals.hpp"
+#include "platform/Streams.hpp"
 #include "runtime/Logging.hpp"
 #include "text/Utf8.hpp"
 
 namespace AgentHook {
 namespace {
 
-volatile std::sig_atomic_t sigintCaught = 0;
-
 constexpr int kFastPhaseSeconds = 300;
 constexpr int kLastPollBefore = 1799;
+constexpr double kWatchSeconds = 0.25;
+
+// Why the request must be withdrawn now, or nothing.
+std::optional<std::string> withdrawalReason(const PollEnvironment& environment) {
+    if (const int signal = platform::caughtSignal()) return std::string(platform::signalName(signal)) + " received";
+    if (platform::standardOutputGone()) return std::string("Standard output hung up (the agent is gone)");
+    if (environment.movedOn) return environment.movedOn();
+    return std::nullopt;
+}
 
 }  // namespace
 
 PollEnvironment defaultPollEnvironment() {
     PollEnvironment environment;
-    environment.sleep = [](int seconds) {
-        platform::sleepSeconds(seconds);
+    environment.wait = [](double seconds) {
+        platform::waitForWakeup(seconds);
         // xdg-open, started detached for a wake-up, must not stay a zombie.
         platform::reapExitedChildren();
     };
@@ -72,41 +79,45 @@ WaitResult sendToVoxtrelAndWait(const VoxtrelRequest& request, const PollEnviron
                          " requestId=" + files.requestId + " summary=" + request.summary);
     deliverToVoxtrel(payload);
 
-    sigintCaught = 0;
-    platform::catchInterrupts(&sigintCaught);
-    int elapsed = 0;
+    platform::catchTerminationSignals();
+    // Times are counted, not read from a clock, so tests drive the schedule.
+    double elapsed = 0;
+    int nextPoll = 0;
     for (;;) {
-        if (elapsed > kLastPollBefore) break;
-        if (sigintCaught != 0) {
-            logTo(directory, "SIGINT received \xE2\x80\x94 dismissing session=" + request.sessionId + " and exiting");
+        if (const std::optional<std::string> reason = withdrawalReason(environment)) {
+            logTo(directory, *reason + " \xE2\x80\x94 dismissing session=" + request.sessionId + " and exiting");
             dismissAgent(request.sessionId);
             return WaitResult{true, std::nullopt};
         }
-        if (platform::fileExists(files.responseFile)) {
-            std::optional<std::string> reply = platform::readFile(files.responseFile);
-            // A half-written or non-UTF-8 answer is read again at the next poll.
-            if (reply && text::isValidUtf8(*reply)) {
-                logTo(directory, "Poll got response (" + std::to_string(text::characterCount(*reply)) +
-                                     " chars) for session=" + request.sessionId +
-                                     " requestId=" + files.requestId);
-                if (!request.fileKey) {
-                    platform::removeFile(files.responseFile);
-                    platform::removeFile(files.messageFile);
+        if (elapsed >= nextPoll) {
+            if (nextPoll > kLastPollBefore) break;
+            if (platform::fileExists(files.responseFile)) {
+                std::optional<std::string> reply = platform::readFile(files.responseFile);
+                // A half-written or non-UTF-8 answer is read again at the next poll.
+                if (reply && text::isValidUtf8(*reply)) {
+                    logTo(directory, "Poll got response (" + std::to_string(text::characterCount(*reply)) +
+                                         " chars) for session=" + request.sessionId +
+                                         " requestId=" + files.requestId);
+                    if (!request.fileKey) {
+                        platform::removeFile(files.responseFile);
+                        platform::removeFile(files.messageFile);
+                    }
+                    platform::restoreDefaultSignals();
+                    return WaitResult{false, std::move(reply)};
                 }
-                platform::restoreDefaultInterrupts();
-                return WaitResult{false, std::move(reply)};
             }
+            nextPoll += nextPoll < kFastPhaseSeconds ? 1 : 10;
         }
-        const int pause = elapsed < kFastPhaseSeconds ? 1 : 10;
-        environment.sleep(pause);
+        const double pause = std::min(kWatchSeconds, nextPoll - elapsed);
+        environment.wait(pause);
         elapsed += pause;
     }
 
-    logTo(directory, "Poll timeout after " + std::to_string(elapsed) + "s for session=" + request.sessionId +
+    logTo(directory, "Poll timeout after " + std::to_string(nextPoll) + "s for session=" + request.sessionId +
                          " requestId=" + files.requestId);
     dismissAgent(request.sessionId);
     if (!request.fileKey) platform::removeFile(files.messageFile);
-    platform::restoreDefaultInterrupts();
+    platform::restoreDefaultSignals();
     return WaitResult{false, std::nullopt};
 }
 

@@ -1,8 +1,13 @@
 // The blocking round trip with the app: the request's body goes to a message
 // file, an update payload to the inbox, and the response file is polled once
 // a second for five minutes, then every ten seconds, up to 30 minutes in all.
-// On time-out the request is withdrawn (a dismiss payload); on SIGINT it is
-// withdrawn and the caller is told to exit with status 0.
+// On time-out the request is withdrawn (a dismiss payload).
+//
+// A request nobody can answer any more is withdrawn at once, and the caller
+// told to exit with status 0 and no output: on SIGINT, SIGTERM or SIGHUP, when
+// standard output hangs up (the agent is gone), and when the adapter's watch
+// sees that the session moved on without the app. These are looked at every
+// quarter second, whatever the response file's schedule.
 #pragma once
 
 #include <functional>
@@ -29,15 +34,22 @@ struct VoxtrelRequest {
 };
 
 struct WaitResult {
+    // Withdrawn before an answer came: the caller exits 0 without output.
     bool interrupted = false;
     // The response file's text as read (not trimmed); absent on time-out.
     std::optional<std::string> reply;
 };
 
-// How the wait sleeps and where the request files live; tests replace both.
+// Why a waiting request is moot ("the call was answered in the terminal"),
+// or nothing while it still stands. Called every quarter second.
+using SessionWatch = std::function<std::optional<std::string>()>;
+
+// How the wait sleeps, what it watches and where the request files live;
+// tests replace them. `wait` may return early when something needs a look.
 struct PollEnvironment {
-    std::function<void(int seconds)> sleep;
+    std::function<void(double seconds)> wait;
     std::string scratchDirectory{kScratchDirectory};
+    SessionWatch movedOn;
 };
 
 PollEnvironment defaultPollEnvironment();

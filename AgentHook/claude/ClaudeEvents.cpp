@@ -5,6 +5,7 @@
 #include "bridge/ProjectInfo.hpp"
 #include "bridge/Replies.hpp"
 #include "claude/Transcript.hpp"
+#include "claude/TranscriptWatch.hpp"
 #include "platform/Clock.hpp"
 #include "runtime/Decisions.hpp"
 #include "runtime/Disable.hpp"
@@ -21,7 +22,7 @@ bool isStopEvent(const std::optional<std::string>& hookEventName) {
 }
 
 WaitResult askVoxtrel(const HookInput& input, std::string_view status, std::string summary, std::string fullMessage,
-                      std::optional<std::string> fileKey) {
+                      Watch watch, std::optional<std::string> fileKey) {
     const ProjectInfo project = getProjectInfo(input.cwd);
     VoxtrelRequest request;
     request.agent = Agent::claude;
@@ -34,7 +35,15 @@ WaitResult askVoxtrel(const HookInput& input, std::string_view status, std::stri
     request.gitBranch = project.gitBranch;
     request.title = getSessionTitle(input.sessionId, input.cwd, input.transcriptPath).value_or(std::string());
     request.fileKey = std::move(fileKey);
-    return sendToVoxtrelAndWait(request);
+    PollEnvironment environment = defaultPollEnvironment();
+    if (watch != Watch::nothing && input.transcriptPath) {
+        std::optional<PendingCall> call;
+        if (watch == Watch::toolCall) call = PendingCall{input.toolName, input.toolInputJson};
+        environment.movedOn = [transcript = startTranscriptWatch(*input.transcriptPath, std::move(call))]() mutable {
+            return sessionMovedOn(transcript);
+        };
+    }
+    return sendToVoxtrelAndWait(request, environment);
 }
 
 int handleStopEvent(const HookInput& input) {
@@ -48,7 +57,8 @@ int handleStopEvent(const HookInput& input) {
 
     log("Stop: notifying voxtrel with final message");
     const std::optional<std::string> reply =
-        answerOf(askVoxtrel(input, RequestStatus::completed, "Task complete", std::move(finalMessage), "stop"));
+        answerOf(askVoxtrel(input, RequestStatus::completed, "Task complete", std::move(finalMessage),
+                            Watch::queuedPrompt, "stop"));
     if (reply) emitStopHookDecision(*reply);
     return 0;
 }

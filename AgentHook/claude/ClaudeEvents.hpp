@@ -25,9 +25,14 @@ int handleExitPlanModePermission(const HookInput& input);
 // "Stop", "stop", "S_T_O_P": lower-cased and without underscores, "stop".
 bool isStopEvent(const std::optional<std::string>& hookEventName);
 
+// What a waiting request watches in the transcript: nothing (a question, which
+// Claude Code cannot answer meanwhile), the event's tool call (a permission
+// request), or a queued prompt (a finished turn).
+enum class Watch { nothing, toolCall, queuedPrompt };
+
 // Puts a request to the app for the event's session, with the project, branch
 // and session title, and waits for the answer.
 WaitResult askVoxtrel(const HookInput& input, std::string_view status, std::string summary, std::string fullMessage,
-                      std::optional<std::string> fileKey = std::nullopt);
+                      Watch watch, std::optional<std::string> fileKey = std::nullopt);
 
 }  // namespace AgentHook::Claude

@@ -106,7 +106,10 @@ std::optional<HookInput> decodeHookInput(std::string_view bytes, std::int64_t no
     input.message = stringMember(object, "message");
     input.notificationType = stringMember(object, "notification_type");
     input.toolName = stringMember(object, "tool_name").value_or("unknown");
-    if (const auto tool = object.find("tool_input"); tool != object.end()) input.toolInput = decodeToolInput(*tool);
+    if (const auto tool = object.find("tool_input"); tool != object.end()) {
+        input.toolInput = decodeToolInput(*tool);
+        if (tool->is_object()) input.toolInputJson = *tool;
+    }
     std::optional<std::vector<PermissionSuggestion>> suggestions;
     if (readOptionalList(object, "permission_suggestions", suggestions, decodePermissionSuggestion)) {
         input.permissionSuggestions = std::move(suggestions);

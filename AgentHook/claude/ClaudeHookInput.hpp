@@ -69,6 +69,8 @@ struct HookInput {
     std::optional<std::string> notificationType;
     std::string toolName = "unknown";
     std::optional<ToolInputData> toolInput;
+    // "tool_input" as sent, to find the same call in the transcript.
+    std::optional<text::Json> toolInputJson;
     std::optional<std::vector<PermissionSuggestion>> permissionSuggestions;
     std::optional<std::string> permissionMode;
     std::optional<std::string> lastAssistantMessage;

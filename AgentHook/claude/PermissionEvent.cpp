@@ -63,7 +63,7 @@ int handlePermissionRequestEvent(const HookInput& input) {
 
     PermissionDetails details = buildPermissionDetails(input.toolName, input.toolInput);
     std::string body = requestBody(input, details);
-    const WaitResult result = askVoxtrel(input, RequestStatus::permission, std::move(details.summary), std::move(body));
+    const WaitResult result = askVoxtrel(input, RequestStatus::permission, std::move(details.summary), std::move(body), Watch::toolCall);
     if (result.interrupted) return 0;
     const std::optional<std::string> reply = answerOf(result);
     if (!reply) {

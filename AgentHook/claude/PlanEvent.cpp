@@ -25,7 +25,8 @@ int handleExitPlanModePermission(const HookInput& input) {
         return 0;
     }
 
-    const WaitResult result = askVoxtrel(input, RequestStatus::question, "Review implementation plan", std::move(*body));
+    const WaitResult result = askVoxtrel(input, RequestStatus::question, "Review implementation plan", std::move(*body),
+                                         Watch::toolCall);
     if (result.interrupted) return 0;
     const std::optional<std::string> reply = answerOf(result);
     if (!reply) {

@@ -28,7 +28,7 @@ int handlePreAskUserQuestionToolUseEvent(const HookInput& input) {
     log("PreToolUse AskUserQuestion: " + std::to_string(data.questions.size()) + " question(s)");
 
     const WaitResult result =
-        askVoxtrel(input, RequestStatus::question, data.questions.front().question, std::move(*body));
+        askVoxtrel(input, RequestStatus::question, data.questions.front().question, std::move(*body), Watch::nothing);
     if (result.interrupted) return 0;
     const std::optional<std::string> reply = answerOf(result);
     if (!reply) {

@@ -1,14 +1,25 @@
-// Interrupt (SIGINT) handling for the one blocking wait of the program.
+// The signals that end the one blocking wait of the program. An agent that
+// gives up on a hook sends SIGTERM (Claude Code), a closing terminal SIGHUP,
+// a person Ctrl-C; each is only recorded, and wakes the wait at once.
 #pragma once
-
-#include <csignal>
 
 namespace AgentHook::platform {
 
-// From now on SIGINT only stores 1 into `*flag`.
-void catchInterrupts(volatile std::sig_atomic_t* flag);
+// From now on SIGINT, SIGTERM and SIGHUP only record their number; none is
+// recorded yet.
+void catchTerminationSignals();
 
-// SIGINT gets the system's default disposition back.
-void restoreDefaultInterrupts();
+// The number of the first such signal caught, 0 while none.
+int caughtSignal();
+
+// "SIGINT", "SIGTERM", "SIGHUP".
+const char* signalName(int signal);
+
+// The three signals get the system's default disposition back.
+void restoreDefaultSignals();
+
+// Sleeps up to `seconds`, ending early when a signal is caught or when
+// standard output hangs up.
+void waitForWakeup(double seconds);
 
 }  // namespace AgentHook::platform

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -48,5 +49,16 @@ std::string readStandardInput() { return readAll(STDIN_FILENO).value_or(std::str
 void writeStandardOutput(std::string_view bytes) { writeAll(STDOUT_FILENO, bytes); }
 
 void writeStandardError(std::string_view bytes) { writeAll(STDERR_FILENO, bytes); }
+
+bool standardOutputCanHangUp() {
+    struct stat info;
+    return ::fstat(STDOUT_FILENO, &info) == 0 && (S_ISSOCK(info.st_mode) || S_ISFIFO(info.st_mode));
+}
+
+bool standardOutputGone() {
+    if (!standardOutputCanHangUp()) return false;
+    pollfd output{STDOUT_FILENO, 0, 0};
+    return ::poll(&output, 1, 0) == 1 && (output.revents & (POLLHUP | POLLERR)) != 0;
+}
 
 }  // namespace AgentHook::platform

@@ -18,4 +18,12 @@ std::string readStandardInput();
 void writeStandardOutput(std::string_view bytes);
 void writeStandardError(std::string_view bytes);
 
+// True when standard output is a socket or a pipe, the only kinds that hang
+// up when the reader goes away.
+bool standardOutputCanHangUp();
+
+// True when standard output is a socket or pipe whose reader is gone (a
+// hang-up or an error); never for a terminal, a file or the null device.
+bool standardOutputGone();
+
 }  // namespace AgentHook::platform

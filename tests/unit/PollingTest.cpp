@@ -2,6 +2,7 @@
 // the time-out and the interrupt, without ever waiting.
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <unistd.h>
 
@@ -37,13 +38,18 @@ protected:
     }
     void TearDown() override { ::setenv("PATH", savedPath_.c_str(), 1); }
 
-    // Runs the round trip; `onSleep` is called with the sleep's index and length.
-    WaitResult roundTrip(std::function<void(int index, int seconds)> onSleep) {
+    // Runs the round trip without waiting; `afterWait` is called with the
+    // seconds counted so far each time the loop would have waited.
+    WaitResult roundTrip(std::function<void(double elapsed)> afterWait, SessionWatch watch = {}) {
         PollEnvironment poll;
         poll.scratchDirectory = scratch_;
-        poll.sleep = [&, onSleep](int seconds) {
-            sleeps_.push_back(seconds);
-            onSleep(static_cast<int>(sleeps_.size()), seconds);
+        poll.movedOn = std::move(watch);
+        elapsed_ = 0;
+        longestWait_ = 0;
+        poll.wait = [&, afterWait](double seconds) {
+            elapsed_ += seconds;
+            longestWait_ = std::max(longestWait_, seconds);
+            afterWait(elapsed_);
         };
         return sendToVoxtrelAndWait(request_, poll);
     }
@@ -58,7 +64,8 @@ protected:
     std::string savedPath_;
     std::string scratch_;
     VoxtrelRequest request_;
-    std::vector<int> sleeps_;
+    double elapsed_ = 0;
+    double longestWait_ = 0;
 };
 
 }  // namespace
@@ -66,20 +73,21 @@ protected:
 TEST_F(Polling, ReturnsTheAnswerVerbatimAndCleansUpByKey) {
     struct Case {
         std::optional<std::string> fileKey;
-        int answerAtSleep;
+        double answerAt;
+        double takenAt;  // once a second for five minutes, then every ten seconds
         bool filesKept;
     };
-    const Case cases[] = {{std::nullopt, 1, false}, {"stop", 1, true}, {std::nullopt, 350, false}};
+    const Case cases[] = {{std::nullopt, 0.25, 1, false}, {"stop", 0.75, 1, true}, {std::nullopt, 299.5, 300, false},
+                          {std::nullopt, 300.25, 310, false}};
     for (const Case& c : cases) {
         request_.fileKey = c.fileKey;
-        sleeps_.clear();
         const RequestFiles paths = files();
-        const WaitResult result = roundTrip([&](int index, int) {
-            if (index == c.answerAtSleep) testsupport::writeText(paths.responseFile, "allow\n");
+        const WaitResult result = roundTrip([&](double elapsed) {
+            if (elapsed == c.answerAt) testsupport::writeText(paths.responseFile, "allow\n");
         });
         EXPECT_FALSE(result.interrupted);
         EXPECT_EQ(result.reply, "allow\n");
-        EXPECT_EQ(static_cast<int>(sleeps_.size()), c.answerAtSleep);
+        EXPECT_EQ(elapsed_, c.takenAt);
         EXPECT_EQ(testsupport::exists(paths.messageFile), c.filesKept);
         EXPECT_EQ(testsupport::exists(paths.responseFile), c.filesKept);
         EXPECT_NE(scratchLog().find("Poll got response (6 chars) for session=s1 requestId=" + paths.requestId + "\n"),
@@ -92,31 +100,29 @@ TEST_F(Polling, AStaleAnswerIsRemovedBeforeTheAppIsTold) {
     const RequestFiles paths = files();
     testsupport::makeDirectories(scratch_);
     testsupport::writeText(paths.responseFile, "stale");
-    const WaitResult result = roundTrip([&](int index, int) {
-        if (index == 3) testsupport::writeText(paths.responseFile, "fresh");
+    const WaitResult result = roundTrip([&](double elapsed) {
+        if (elapsed == 3) testsupport::writeText(paths.responseFile, "fresh");
     });
     EXPECT_EQ(result.reply, "fresh");
 }
 
 TEST_F(Polling, AnAnswerThatIsNotUtf8IsReadAgainLater) {
     const RequestFiles paths = files();
-    const WaitResult result = roundTrip([&](int index, int) {
-        testsupport::writeText(paths.responseFile, index < 2 ? "\xFF" : "deny");
+    const WaitResult result = roundTrip([&](double elapsed) {
+        testsupport::writeText(paths.responseFile, elapsed < 2 ? "\xFF" : "deny");
     });
     EXPECT_EQ(result.reply, "deny");
-    EXPECT_EQ(sleeps_.size(), 2u);
+    EXPECT_EQ(elapsed_, 2);
 }
 
 TEST_F(Polling, TimesOutAfterThirtyMinutesAndDismisses) {
     for (const std::optional<std::string>& key : {std::optional<std::string>{}, std::optional<std::string>{"stop"}}) {
         request_.fileKey = key;
-        sleeps_.clear();
-        const WaitResult result = roundTrip([](int, int) {});
+        const WaitResult result = roundTrip([](double) {});
         EXPECT_FALSE(result.reply);
         EXPECT_FALSE(result.interrupted);
-        ASSERT_EQ(sleeps_.size(), 450u);
-        EXPECT_EQ(sleeps_[299], 1);
-        EXPECT_EQ(sleeps_[300], 10);
+        EXPECT_EQ(elapsed_, 1800);
+        EXPECT_EQ(longestWait_, 0.25);
         EXPECT_EQ(testsupport::exists(files().messageFile), key.has_value());
         EXPECT_NE(scratchLog().find("Poll timeout after 1800s for session=s1 requestId=" + files().requestId + "\n"),
                   std::string::npos);
@@ -130,8 +136,8 @@ TEST_F(Polling, AnUnwritableInboxIsLoggedAndTheWaitGoesOn) {
     testsupport::writeText(testsupport::inboxOf(environment_), "a file in the way");
     const RequestFiles paths = files();
     const std::size_t since = testsupport::logSize();
-    const WaitResult result = roundTrip([&](int index, int) {
-        if (index == 2) testsupport::writeText(paths.responseFile, "ok");
+    const WaitResult result = roundTrip([&](double elapsed) {
+        if (elapsed == 2) testsupport::writeText(paths.responseFile, "ok");
     });
     EXPECT_EQ(result.reply, "ok");
     const auto messages = testsupport::logMessagesOf(::getpid(), since);
@@ -140,6 +146,38 @@ TEST_F(Polling, AnUnwritableInboxIsLoggedAndTheWaitGoesOn) {
     };
     EXPECT_TRUE(has("Failed to create inbox directory: "));
     EXPECT_TRUE(has("Inbox write failed; deeplink fallback may be needed"));
+}
+
+TEST_F(Polling, ARequestNobodyCanAnswerIsWithdrawnAtTheNextQuarterSecond) {
+    struct Case {
+        std::function<void()> moveOn;
+        std::string reason;
+    };
+    bool sessionMovedOn = false;
+    const Case cases[] = {
+        {[] { ::raise(SIGTERM); }, "SIGTERM received"},
+        {[] { ::raise(SIGHUP); }, "SIGHUP received"},
+        {[] { ::raise(SIGINT); }, "SIGINT received"},
+        {[&] { sessionMovedOn = true; }, "Answered in the terminal"},
+    };
+    for (const Case& c : cases) {
+        sessionMovedOn = false;
+        const WaitResult result = roundTrip(
+            [&](double elapsed) {
+                if (elapsed == 100.5) c.moveOn();
+            },
+            [&]() -> std::optional<std::string> {
+                if (sessionMovedOn) return "Answered in the terminal";
+                return std::nullopt;
+            });
+        EXPECT_TRUE(result.interrupted);
+        EXPECT_FALSE(result.reply);
+        EXPECT_EQ(elapsed_, 100.5);
+        EXPECT_NE(scratchLog().find(c.reason + " \xE2\x80\x94 dismissing session=s1 and exiting\n"), std::string::npos)
+            << c.reason;
+    }
+    const auto payloads = testsupport::payloadsIn(testsupport::inboxOf(environment_));
+    EXPECT_EQ(std::count(payloads.begin(), payloads.end(), R"({"kind":"dismiss","sessionId":"s1"})"), 4);
 }
 
 TEST(WakeUrl, UsesTheSchemeWhenItIsAValidUrlScheme) {

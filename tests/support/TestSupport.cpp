@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -113,12 +115,46 @@ std::vector<std::string> xdgOpenCalls(const HookEnvironment& environment) {
     return calls;
 }
 
-RunningProcess start(const std::string& program, const std::vector<std::string>& arguments,
-                     const std::vector<std::string>& environment, bool closeStdin, const std::string& input) {
-    int in[2], out[2], err[2];
-    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) {
-        throw std::runtime_error("pipe failed");
+namespace {
+
+// The child's and the test's ends of the child's standard output.
+void makeOutput(Output output, int out[2]) {
+    switch (output) {
+        case Output::pipe:
+            if (::pipe2(out, O_CLOEXEC) == 0) return;
+            break;
+        case Output::socket: {
+            int pair[2];
+            if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) break;
+            out[0] = pair[0];
+            out[1] = pair[1];
+            return;
+        }
+        case Output::nullDevice:
+            out[0] = -1;
+            out[1] = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+            if (out[1] >= 0) return;
+            break;
+        case Output::terminal: {
+            const int master = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+            if (master < 0 || ::grantpt(master) != 0 || ::unlockpt(master) != 0) break;
+            out[0] = master;
+            out[1] = ::open(::ptsname(master), O_WRONLY | O_NOCTTY | O_CLOEXEC);
+            if (out[1] >= 0) return;
+            break;
+        }
     }
+    throw std::runtime_error("cannot make the child's standard output");
+}
+
+}  // namespace
+
+RunningProcess start(const std::string& program, const std::vector<std::string>& arguments,
+                     const std::vector<std::string>& environment, bool closeStdin, const std::string& input,
+                     Output output) {
+    int in[2], out[2], err[2];
+    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
+    makeOutput(output, out);
     // The input goes into the pipe before the child starts (test inputs are far
     // below a pipe's capacity), so a child that never reads it cannot make
     // this write fail.
@@ -159,7 +195,7 @@ Finished finish(RunningProcess& process) {
     result.pid = process.pid;
     pollfd fds[2] = {{process.stdoutFd, POLLIN, 0}, {process.stderrFd, POLLIN, 0}};
     std::string* sinks[2] = {&result.out, &result.err};
-    int open = 2;
+    int open = (process.stdoutFd >= 0 ? 1 : 0) + (process.stderrFd >= 0 ? 1 : 0);
     while (open > 0) {
         if (::poll(fds, 2, -1) < 0) {
             if (errno == EINTR) continue;

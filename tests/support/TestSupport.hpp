@@ -70,9 +70,14 @@ struct Finished {
     pid_t pid = -1;
 };
 
+// What the child's standard output is: a pipe or a socket read by the test
+// (stdoutFd; closing it makes the reader go away), the null device, or a
+// terminal (stdoutFd is its master side).
+enum class Output { pipe, socket, nullDevice, terminal };
+
 RunningProcess start(const std::string& program, const std::vector<std::string>& arguments,
                      const std::vector<std::string>& environment, bool closeStdin = true,
-                     const std::string& input = "");
+                     const std::string& input = "", Output output = Output::pipe);
 Finished finish(RunningProcess& process);
 Finished runHook(const std::vector<std::string>& arguments, const std::string& input,
                  const HookEnvironment& environment);

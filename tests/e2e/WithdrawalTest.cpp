@@ -1,0 +1,108 @@
+// A request that nobody can answer any more is withdrawn at once: the agent
+// ended the hook, the agent is gone, or the user answered in the agent.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "support/TestSupport.hpp"
+
+using namespace testsupport;
+
+namespace {
+
+const std::string kCall = R"({"command":"npm test","description":"Run the tests"})";
+
+class Withdrawal : public HookTest {
+protected:
+    std::string transcript() const { return dir_.file("t.jsonl"); }
+    std::string stopEvent() const {
+        return R"({"hook_event_name":"Stop","session_id":")" + session_ + R"(","cwd":")" + cwd_ +
+               R"(","transcript_path":")" + transcript() + R"(","last_assistant_message":"Done."})";
+    }
+    std::string permissionEvent() const {
+        return R"({"hook_event_name":"PermissionRequest","session_id":")" + session_ + R"(","cwd":")" + cwd_ +
+               R"(","transcript_path":")" + transcript() + R"(","tool_name":"Bash","tool_input":)" + kCall + "}";
+    }
+    // Starts the hook and waits until its request is in the inbox and its
+    // signal handlers are in place.
+    RunningProcess waiting(const std::string& input, Output output = Output::pipe) {
+        RunningProcess process = start(AGENT_HOOK_PROGRAM, {"claude"}, environment_.build(), true, input, output);
+        EXPECT_TRUE(waitForPayload(inboxOf(environment_), 20));
+        waitForInterruptHandler(process.pid);
+        return process;
+    }
+    void append(const std::string& text) { writeText(transcript(), readText(transcript()) + text); }
+    static bool running(pid_t pid) {
+        const std::string status = readText("/proc/" + std::to_string(pid) + "/stat");
+        return !status.empty() && status.find(") Z") == std::string::npos;
+    }
+    // The hook ended without output, said why, and withdrew its request.
+    void expectWithdrawn(RunningProcess& process, const std::string& reason) {
+        const Finished finished = finish(process);
+        EXPECT_EQ(finished.status, 0);
+        EXPECT_EQ(finished.out, "");
+        EXPECT_EQ(messagesIn(finished.err).back(), reason + " \xE2\x80\x94 dismissing session=" + session_ + " and exiting");
+        const auto payloads = payloadsIn(inboxOf(environment_));
+        EXPECT_EQ(payloads.back(), R"({"kind":"dismiss","sessionId":")" + session_ + R"("})");
+    }
+};
+
+}  // namespace
+
+TEST_F(Withdrawal, TheAgentEndingTheHook) {
+    for (const int signal : {SIGTERM, SIGHUP}) {
+        writeText(transcript(), "");
+        RunningProcess process = waiting(permissionEvent());
+        ::kill(process.pid, signal);
+        expectWithdrawn(process, signal == SIGTERM ? "SIGTERM received" : "SIGHUP received");
+    }
+}
+
+TEST_F(Withdrawal, TheAgentGone) {
+    for (const Output output : {Output::socket, Output::pipe}) {
+        RunningProcess process = waiting(stopEvent(), output);
+        ::close(process.stdoutFd);  // the agent's end of the hook's standard output
+        process.stdoutFd = -1;
+        expectWithdrawn(process, "Standard output hung up (the agent is gone)");
+    }
+}
+
+TEST_F(Withdrawal, ATerminalOrTheNullDeviceIsNeverAGoneAgent) {
+    for (const Output output : {Output::nullDevice, Output::terminal}) {
+        RunningProcess process = waiting(stopEvent(), output);
+        std::this_thread::sleep_for(std::chrono::milliseconds(600));
+        EXPECT_TRUE(running(process.pid));
+        app_.answerNext(environment_, "go on");
+        app_.join();
+        const Finished finished = finish(process);
+        EXPECT_EQ(finished.status, 0);
+        EXPECT_EQ(messagesIn(finished.err).back(), "Stop: relaying voice response via decision=block reason");
+    }
+}
+
+TEST_F(Withdrawal, AnAnswerInClaudeCodesOwnDialog) {
+    // The call is written before the hook starts; another call of the tool runs in parallel.
+    writeText(transcript(),
+              R"({"type":"assistant","message":{"content":[{"type":"tool_use","id":"toolu_1","name":"Bash","input":{"command":"ls"}},)"
+              R"({"type":"tool_use","id":"toolu_2","name":"Bash","input":)" + kCall + "}]}}\n");
+    RunningProcess process = waiting(permissionEvent());
+    append(R"({"type":"user","message":{"content":[{"type":"tool_result","tool_use_id":"toolu_1","content":"a"}]}})" "\r\n");
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    EXPECT_TRUE(running(process.pid));
+    append(R"({"type":"user","message":{"content":[{"type":"tool_result","tool_use_id":"toolu_2","content":"ok"}]}})" "\n");
+    expectWithdrawn(process, "The call was answered in Claude Code (toolu_2)");
+}
+
+TEST_F(Withdrawal, APromptTypedWhileATurnWaits) {
+    const std::string enqueue = R"({"type":"queue-operation","operation":"enqueue","content":"and use tabs"})";
+    writeText(transcript(), enqueue + "\n");  // typed before this turn ended
+    RunningProcess process = waiting(stopEvent());
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    EXPECT_TRUE(running(process.pid));
+    append(enqueue + "\n");
+    expectWithdrawn(process, "A prompt was typed into Claude Code");
+}

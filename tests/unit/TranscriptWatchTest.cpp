@@ -1,0 +1,97 @@
+// The transcript watch on real-shaped lines: which appended lines mean that
+// the session moved on without the app, and which mean nothing.
+#include <gtest/gtest.h>
+
+#include "claude/TranscriptWatch.hpp"
+#include "support/TestSupport.hpp"
+
+using namespace AgentHook;
+using namespace AgentHook::Claude;
+using testsupport::TempDir;
+
+namespace {
+
+std::string toolUse(const std::string& id, const std::string& name, const std::string& input) {
+    return R"({"parentUuid":"p","type":"assistant","message":{"role":"assistant","content":[{"type":"tool_use","id":")" + id +
+           R"(","name":")" + name + R"(","input":)" + input + "}]}}";
+}
+std::string toolResult(const std::string& id) {
+    return R"({"type":"user","message":{"role":"user","content":[{"tool_use_id":")" + id +
+           R"(","type":"tool_result","content":"hi","is_error":false}]},"toolUseResult":{"stdout":"hi"}})";
+}
+const std::string kEnqueue = R"({"type":"queue-operation","operation":"enqueue","timestamp":"2026-11-23T14:00:00Z","content":"use tabs"})";
+const std::string kAttachment =
+    R"({"type":"attachment","attachment":{"type":"hook_success","hookEvent":"PreToolUse","stdout":"","stderr":"tool_result queue-operation"}})";
+
+class TranscriptWatchTest : public ::testing::Test {
+protected:
+    TempDir dir_;
+    std::string path_ = dir_.file("t.jsonl");
+    void append(const std::string& text) {
+        testsupport::writeText(path_, testsupport::readText(path_) + text);
+    }
+};
+
+const std::string kInput = R"({"command":"npm test","description":"Run the tests"})";
+
+}  // namespace
+
+TEST_F(TranscriptWatchTest, AResultForThePendingCallEndsTheWait) {
+    // Two parallel Bash calls, written before the request went out; ours is the second.
+    testsupport::writeText(path_, toolUse("toolu_A", "Bash", R"({"command":"ls"})") + "\n" +
+                                      toolUse("toolu_B", "Bash", kInput) + "\n" + toolResult("toolu_old") + "\n");
+    TranscriptWatch watch = startTranscriptWatch(path_, PendingCall{"Bash", *text::parseJson(kInput)});
+    EXPECT_EQ(watch.callIds, std::vector<std::string>{"toolu_B"});
+    const std::string cut = toolResult("toolu_B");
+    const std::pair<std::string, std::optional<std::string>> steps[] = {
+        {toolResult("toolu_A") + "\n", std::nullopt},      // the other call
+        {kAttachment + "\r\n", std::nullopt},              // another hook's output
+        {kEnqueue + "\n", std::nullopt},                   // a queued prompt means nothing here
+        {cut.substr(0, 40), std::nullopt},                 // a line still being written
+        {cut.substr(40) + "\r\n", "The call was answered in Claude Code (toolu_B)"},
+    };
+    for (const auto& [text, reason] : steps) {
+        append(text);
+        EXPECT_EQ(sessionMovedOn(watch), reason) << text;
+    }
+}
+
+TEST_F(TranscriptWatchTest, ACallWrittenAfterTheRequestIsFoundToo) {
+    testsupport::writeText(path_, toolUse("toolu_old", "Bash", kInput) + "\n" + toolResult("toolu_old") + "\n");
+    // The old call with the same input was answered before: its id counts, its result does not come again.
+    TranscriptWatch watch = startTranscriptWatch(path_, PendingCall{"Bash", *text::parseJson(kInput)});
+    append(toolUse("toolu_new", "Read", R"({"file_path":"\/x"})") + "\n" + toolResult("toolu_new") + "\n");
+    EXPECT_EQ(sessionMovedOn(watch), std::nullopt);
+    append(toolUse("toolu_C", "Bash", kInput) + "\n");
+    EXPECT_EQ(sessionMovedOn(watch), std::nullopt);
+    append(toolResult("toolu_C") + "\n");
+    EXPECT_EQ(sessionMovedOn(watch), "The call was answered in Claude Code (toolu_C)");
+}
+
+TEST_F(TranscriptWatchTest, APlanReviewMatchesTheCallWhoseInputTheEventExtends) {
+    testsupport::writeText(path_, toolUse("toolu_P", "ExitPlanMode", "{}") + "\n");
+    TranscriptWatch watch = startTranscriptWatch(
+        path_, PendingCall{"ExitPlanMode", *text::parseJson(R"({"plan":"# P","planFilePath":"/p.md"})")});
+    append(toolResult("toolu_P") + "\n");
+    EXPECT_EQ(sessionMovedOn(watch), "The call was answered in Claude Code (toolu_P)");
+}
+
+TEST_F(TranscriptWatchTest, AQueuedPromptEndsAFinishedTurnsWait) {
+    testsupport::writeText(path_, kEnqueue + "\n");  // typed before the turn ended: not ours
+    TranscriptWatch watch = startTranscriptWatch(path_, std::nullopt);
+    EXPECT_EQ(sessionMovedOn(watch), std::nullopt);
+    append(kAttachment + "\n" + toolResult("toolu_A") + "\n" +
+           R"({"type":"queue-operation","operation":"dequeue"})" "\n");
+    EXPECT_EQ(sessionMovedOn(watch), std::nullopt);
+    append(kEnqueue + "\r\n");
+    EXPECT_EQ(sessionMovedOn(watch), "A prompt was typed into Claude Code");
+}
+
+TEST_F(TranscriptWatchTest, OddFilesMeanNothing) {
+    TranscriptWatch missing = startTranscriptWatch(dir_.file("none.jsonl"), std::nullopt);
+    EXPECT_EQ(sessionMovedOn(missing), std::nullopt);
+    testsupport::writeText(path_, "");
+    TranscriptWatch watch = startTranscriptWatch(path_, PendingCall{"Bash", std::nullopt});
+    append("not json tool_result\n{\"message\":{\"content\":[1,\"tool_result\",{\"type\":3}]}}\n[\"tool_use\"]\n");
+    EXPECT_EQ(sessionMovedOn(watch), std::nullopt);
+}

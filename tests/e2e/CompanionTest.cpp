@@ -1,6 +1,7 @@
 // The stand-in app against hand-written requests: what it shows of a request's
 // choices and what it writes back for a scripted answer or a typed one.
 #include <gtest/gtest.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include "support/TestSupport.hpp"
@@ -22,15 +23,22 @@ protected:
     Finished answer(const std::string& status, const std::string& body, const std::vector<std::string>& options,
                     const std::string& input) {
         ::unlink(responseFile().c_str());
-        writeText(messageFile(), body);
-        writeText(inboxOf(environment_) + "/" + session_ + ".json",
-                  R"({"agent":"claude-code","kind":"update","messageFile":")" + messageFile() +
-                      R"(","requestId":")" + session_ + R"(-1","responseFile":")" + responseFile() +
-                      R"(","sessionId":")" + session_ + R"(","status":")" + status + R"(","summary":"Run command?"})");
+        request("1", status, body);
         std::vector<std::string> arguments{"10", AGENT_HOOK_COMPANION, "--exit-after", "1"};
         arguments.insert(arguments.end(), options.begin(), options.end());
         RunningProcess companion = start("/usr/bin/timeout", arguments, environment_.build(), true, input);
         return finish(companion);
+    }
+
+    // An update payload "<session>-<key>" in the inbox; `hookPid` when not 0.
+    void request(const std::string& key, const std::string& status, const std::string& body, pid_t hookPid = 0) {
+        writeText(messageFile(), body);
+        const std::string pid = hookPid != 0 ? R"(,"hookPid":)" + std::to_string(hookPid) : "";
+        writeText(inboxOf(environment_) + "/" + session_ + "-" + key + ".json",
+                  R"({"agent":"claude-code","kind":"update","messageFile":")" + messageFile() +
+                      R"(","requestId":")" + session_ + "-" + key + R"(","responseFile":")" + responseFile() +
+                      R"(","sessionId":")" + session_ + R"(","status":")" + status + R"(","summary":"Run command?")" +
+                      pid + "}");
     }
 
     std::string messageFile() const { return dir_.file("message.txt"); }
@@ -107,4 +115,26 @@ TEST_F(Companion, EachQuestionTakesItsOwnLineOfNumbers) {
               std::string::npos)
         << companion.out;
     EXPECT_EQ(readText(responseFile()), R"({"answers":[["SQLite"],["Lint","Tests"]]})");
+}
+
+TEST_F(Companion, ARequestWhoseHookIsGoneIsDropped) {
+    // A hook killed with SIGKILL leaves its request behind; this one's pid is free again.
+    const pid_t gone = [] {
+        RunningProcess exited = start("/bin/true", {}, {});
+        return finish(exited).pid;
+    }();
+    request("a", "completed", "Done.", gone);
+    // Arrival order follows modification times: this one came a second earlier.
+    timeval earlier[2];
+    ::gettimeofday(&earlier[0], nullptr);
+    earlier[0].tv_sec -= 1;
+    earlier[1] = earlier[0];
+    ::utimes((inboxOf(environment_) + "/" + session_ + "-a.json").c_str(), earlier);
+    const Finished companion = answer("completed", "Done.", {"--answer", "go on"}, "");
+    EXPECT_EQ(companion.status, 0) << companion.err;
+    EXPECT_NE(companion.out.find("companion: dropped " + session_ + "-a: its hook (pid " + std::to_string(gone) + ") is gone\n"),
+              std::string::npos)
+        << companion.out;
+    EXPECT_NE(companion.out.find("companion: answered " + session_ + "-1: go on"), std::string::npos) << companion.out;
+    EXPECT_EQ(readText(responseFile()), "go on");
 }

@@ -111,6 +111,18 @@ bool takeDismissFor(const std::string& inbox, const std::string& sessionId) {
     return false;
 }
 
+// A request whose hook has exited can never be answered: an agent that gives
+// up on a hook may kill it with SIGKILL, which leaves no dismiss behind. A
+// killed hook that its agent has not reaped yet is a zombie, gone as well.
+bool hookGone(const AgentInboxPayload& payload) {
+    if (!payload.hookPid || *payload.hookPid <= 0) return false;
+    const pid_t pid = *payload.hookPid;
+    if (::kill(pid, 0) != 0) return errno == ESRCH;
+    const std::optional<std::string> stat = platform::readFile("/proc/" + std::to_string(pid) + "/stat");
+    const std::size_t state = stat ? stat->rfind(") ") : std::string::npos;
+    return state != std::string::npos && state + 2 < stat->size() && (*stat)[state + 2] == 'Z';
+}
+
 // Answers are read from a terminal, a pipe or a file. Any other character
 // device is the null device that a background job gets, with nothing to say.
 bool standardInputCanAnswer() {
@@ -167,6 +179,13 @@ public:
             say("companion: withdrawn: session " + session + "\n");
             return false;
         }
+        const std::string request = payload->requestId.value_or(session);
+        auto droppedAsGone = [&] {
+            if (!hookGone(*payload)) return false;
+            say("companion: dropped " + request + ": its hook (pid " + std::to_string(*payload->hookPid) + ") is gone\n");
+            return true;
+        };
+        if (droppedAsGone()) return false;
         const std::optional<std::string> body =
             payload->messageFile ? platform::readFile(*payload->messageFile) : std::nullopt;
         say(Companion::describeRequest(*payload, body));
@@ -175,13 +194,13 @@ public:
             return false;
         }
         const std::optional<std::string> answer = answerFor(*payload, body);
-        if (!answer) return false;
+        if (!answer || droppedAsGone()) return false;
         std::string error;
         if (!platform::writeFileAtomically(*payload->responseFile, *answer, &error)) {
             note("cannot write " + *payload->responseFile + ": " + error);
             return false;
         }
-        say("companion: answered " + payload->requestId.value_or(session) + ": " + *answer + "\n");
+        say("companion: answered " + request + ": " + *answer + "\n");
         return options_.exitAfter > 0 && ++answered_ >= options_.exitAfter;
     }
 
@@ -199,7 +218,8 @@ private:
         }
         const std::string session = payload.sessionId.value_or("");
         bool withdrawn = false;
-        auto abandon = [&] { return withdrawn = takeDismissFor(inbox_, session); };
+        bool gone = false;
+        auto abandon = [&] { return (withdrawn = takeDismissFor(inbox_, session)) || (gone = hookGone(payload)); };
         auto ask = [&](const std::string& prompt, std::string& line) {
             say(prompt);
             const LineResult result = readTerminalLine(line, abandon);
@@ -210,6 +230,7 @@ private:
                 say("\ncompanion: input closed; " + request + " left unanswered\n");
             }
             if (withdrawn) say("\ncompanion: withdrawn: session " + session + " (prompt abandoned)\n");
+            if (gone) say("\ncompanion: dropped " + request + ": its hook is gone (prompt abandoned)\n");
             return result == LineResult::line;
         };
 

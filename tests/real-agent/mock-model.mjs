@@ -25,10 +25,16 @@ import fs from 'node:fs';
 // The tool calls of each scenario, one per model turn, in order. A turn after
 // the last call's result, or after Stop hook feedback, gets a short text.
 const planText = '# Migration plan\n\n1. Copy the orders table to the new schema.\n2. Switch the readers over.\n';
+const writeMarker = { name: 'Bash', input: { command: 'echo hi > marker', description: 'Write the marker file' } };
 const scenarios = {
   stop: [],
-  allow: [{ name: 'Bash', input: { command: 'echo hi > marker', description: 'Write the marker file' } }],
-  deny: [{ name: 'Bash', input: { command: 'echo hi > marker', description: 'Write the marker file' } }],
+  allow: [writeMarker],
+  deny: [writeMarker],
+  // Answered in Claude Code's own dialog (Esc, Yes) or by typing a new prompt,
+  // while the request still waits in the app.
+  esc: [writeMarker],
+  yes: [writeMarker],
+  typed: [],
   question: [
     {
       name: 'AskUserQuestion',
@@ -54,6 +60,11 @@ const scenarios = {
     { name: 'ExitPlanMode', input: () => ({}) },
   ],
 };
+
+// How long the conversation's replies take, where the scenario needs a model
+// as slow as a real one: after the user answers Claude Code's own dialog, the
+// next turn (and its Stop request) must not come sooner than a model would.
+const thinkingMs = { yes: 1500 };
 
 const toolUseId = (scenario, index) =>
   `toolu_01RealAgent${scenario[0].toUpperCase()}${scenario.slice(1)}${index + 1}`;
@@ -200,11 +211,14 @@ function serve(options) {
           console.error(`mock: cannot answer: ${error.message}`);
           return sendJson(response, 500, { type: 'error', error: { type: 'api_error', message: error.message } });
         }
-        if (body?.stream) return sendStream(response, body, reply);
-        const message = messageShell(body ?? {});
-        message.content = reply.blocks;
-        message.stop_reason = reply.stop;
-        return sendJson(response, 200, message);
+        const send = () => {
+          if (body?.stream) return sendStream(response, body, reply);
+          const message = messageShell(body ?? {});
+          message.content = reply.blocks;
+          message.stop_reason = reply.stop;
+          return sendJson(response, 200, message);
+        };
+        return setTimeout(send, isConversation(body) ? thinkingMs[scenario] ?? 0 : 0);
       }
       // Anything else (account and feature probes) gets an empty success, which
       // Claude Code treats as "nothing to report".

@@ -1,49 +1,37 @@
 #include "claude/ClaudeEvents.hpp"
 
-#include <algorithm>
-
-#include "bridge/ProjectInfo.hpp"
-#include "bridge/Replies.hpp"
+#include "bridge/Asking.hpp"
 #include "claude/Transcript.hpp"
 #include "claude/TranscriptWatch.hpp"
 #include "platform/Clock.hpp"
 #include "runtime/Decisions.hpp"
-#include "runtime/Disable.hpp"
 #include "runtime/Logging.hpp"
-#include "text/Utf8.hpp"
+#include "runtime/Run.hpp"
 
 namespace AgentHook::Claude {
 
-bool isStopEvent(const std::optional<std::string>& hookEventName) {
-    if (!hookEventName) return false;
-    std::string name = text::lowercased(*hookEventName);
-    name.erase(std::remove(name.begin(), name.end(), '_'), name.end());
-    return name == "stop";
+namespace {
+
+SessionWatch transcriptWatch(const HookInput& input, Watch watch) {
+    if (watch == Watch::nothing || !input.transcriptPath) return {};
+    std::optional<PendingCall> call;
+    if (watch == Watch::toolCall) call = PendingCall{input.toolName, input.toolInputJson};
+    return [transcript = startTranscriptWatch(*input.transcriptPath, std::move(call))]() mutable {
+        return sessionMovedOn(transcript);
+    };
 }
 
+std::string sessionTitle(const HookInput& input) {
+    return getSessionTitle(input.sessionId, input.cwd, input.transcriptPath).value_or(std::string());
+}
+
+}  // namespace
+
 WaitResult askVoxtrel(const HookInput& input, std::string_view status, std::string summary, std::string fullMessage,
-                      Watch watch, std::optional<std::string> fileKey) {
-    const ProjectInfo project = getProjectInfo(input.cwd);
-    VoxtrelRequest request;
-    request.agent = Agent::claude;
-    request.status = std::string(status);
-    request.sessionId = input.sessionId;
-    request.summary = std::move(summary);
-    request.fullMessage = std::move(fullMessage);
-    request.cwd = input.cwd;
-    request.projectName = project.projectName;
-    request.gitBranch = project.gitBranch;
-    request.title = getSessionTitle(input.sessionId, input.cwd, input.transcriptPath).value_or(std::string());
-    request.fileKey = std::move(fileKey);
-    PollEnvironment environment = defaultPollEnvironment();
-    if (watch != Watch::nothing && input.transcriptPath) {
-        std::optional<PendingCall> call;
-        if (watch == Watch::toolCall) call = PendingCall{input.toolName, input.toolInputJson};
-        environment.movedOn = [transcript = startTranscriptWatch(*input.transcriptPath, std::move(call))]() mutable {
-            return sessionMovedOn(transcript);
-        };
-    }
-    return sendToVoxtrelAndWait(request, environment);
+                      Watch watch) {
+    SessionWatch movedOn = transcriptWatch(input, watch);
+    return askApp(AppRequest{Agent::claude, status, input.sessionId, input.cwd, std::move(summary),
+                             std::move(fullMessage), sessionTitle(input), std::nullopt, std::move(movedOn)});
 }
 
 int handleStopEvent(const HookInput& input) {
@@ -51,15 +39,8 @@ int handleStopEvent(const HookInput& input) {
     if (finalMessage.empty() && input.transcriptPath) {
         finalMessage = extractLastAssistantMessage(*input.transcriptPath).value_or(std::string());
     }
-    log("Stop: finalMessage (" + std::to_string(text::characterCount(finalMessage)) +
-        " chars): " + std::string(text::characterPrefix(finalMessage, 200)));
-    if (finalMessage.empty()) return 0;
-
-    log("Stop: notifying voxtrel with final message");
-    const std::optional<std::string> reply =
-        answerOf(askVoxtrel(input, RequestStatus::completed, "Task complete", std::move(finalMessage),
-                            Watch::queuedPrompt, "stop"));
-    if (reply) emitStopHookDecision(*reply);
+    relayFinishedTurn(Agent::claude, input.sessionId, input.cwd, std::move(finalMessage),
+                      [&] { return sessionTitle(input); }, transcriptWatch(input, Watch::queuedPrompt));
     return 0;
 }
 
@@ -96,27 +77,10 @@ int routeEvent(const HookInput& input) {
     return handleStopEvent(input);
 }
 
+std::optional<HookInput> decode(std::string_view bytes) { return decodeHookInput(bytes, platform::unixSeconds()); }
+
 }  // namespace
 
-int handleEvent(std::string_view bytes) {
-    const std::optional<HookInput> input = decodeHookInput(bytes, platform::unixSeconds());
-    if (!input) {
-        log("Failed to decode JSON");
-        return 1;
-    }
-    log("Event: " + input->hookEventName.value_or("nil") + " session=" + input->sessionId);
-    if (input->stopHookActive == true && !isStopEvent(input->hookEventName)) {
-        log("Non-stop event with stop_hook_active=true, skipping");
-        return 0;
-    }
-    if (isAgentDisabled(input->sessionId, input->cwd)) return 0;
-    return routeEvent(*input);
-}
-
-int run() {
-    log("Hook started (claude)");
-    const std::string bytes = readAndLogStdin();
-    return handleEvent(bytes);
-}
+int run() { return runHook("claude", decode, routeEvent); }
 
 }  // namespace AgentHook::Claude

@@ -14,16 +14,10 @@ namespace AgentHook::Claude {
 // The whole life of `agent-hook claude`.
 int run();
 
-// Runs one event given its bytes (run() after reading standard input).
-int handleEvent(std::string_view bytes);
-
 int handleStopEvent(const HookInput& input);
 int handlePermissionRequestEvent(const HookInput& input);
 int handlePreAskUserQuestionToolUseEvent(const HookInput& input);
 int handleExitPlanModePermission(const HookInput& input);
-
-// "Stop", "stop", "S_T_O_P": lower-cased and without underscores, "stop".
-bool isStopEvent(const std::optional<std::string>& hookEventName);
 
 // What a waiting request watches in the transcript: nothing (a question, which
 // Claude Code cannot answer meanwhile), the event's tool call (a permission
@@ -33,6 +27,6 @@ enum class Watch { nothing, toolCall, queuedPrompt };
 // Puts a request to the app for the event's session, with the project, branch
 // and session title, and waits for the answer.
 WaitResult askVoxtrel(const HookInput& input, std::string_view status, std::string summary, std::string fullMessage,
-                      Watch watch, std::optional<std::string> fileKey = std::nullopt);
+                      Watch watch);
 
 }  // namespace AgentHook::Claude

@@ -1,6 +1,7 @@
 // A Claude Code permission request: allowed at once by the session bypass or
 // a stored rule, else put to the app with four choices; no answer leaves the
 // decision to Claude Code's own prompt.
+#include "bridge/Asking.hpp"
 #include "bridge/Replies.hpp"
 #include "claude/AlwaysAllow.hpp"
 #include "claude/ClaudeEvents.hpp"
@@ -67,7 +68,7 @@ int handlePermissionRequestEvent(const HookInput& input) {
     if (result.interrupted) return 0;
     const std::optional<std::string> reply = answerOf(result);
     if (!reply) {
-        log("Permission dismissed, yielding to TUI for session=" + input.sessionId);
+        logPermissionDismissed(input.sessionId);
         return 0;
     }
     emitPermissionDecision(resolvePermissionDecisionFromResponse(*reply, input.sessionId, input.toolName,

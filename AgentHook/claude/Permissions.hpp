@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "bridge/CommandPermissions.hpp"
 #include "claude/ClaudeHookInput.hpp"
 #include "runtime/Decisions.hpp"
 #include "text/Json.hpp"
@@ -16,11 +17,6 @@ namespace AgentHook::Claude {
 
 using RuleMaps = std::vector<std::map<std::string, std::string>>;
 using Suggestions = std::optional<std::vector<PermissionSuggestion>>;
-
-struct PermissionDetails {
-    std::string summary;
-    std::string details;
-};
 
 PermissionDetails buildPermissionDetails(const std::string& toolName, const std::optional<ToolInputData>& toolInput);
 

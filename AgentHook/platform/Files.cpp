@@ -148,4 +148,34 @@ std::optional<double> modificationTime(const std::string& path) {
     return static_cast<double>(modified.tv_sec) + static_cast<double>(modified.tv_nsec) / 1e9;
 }
 
+std::optional<FileTail> readTail(const std::string& path, std::size_t maxBytes) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) return std::nullopt;
+    struct stat info;
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        ::close(fd);
+        return std::nullopt;
+    }
+    const auto size = static_cast<std::uint64_t>(info.st_size);
+    const std::size_t length = size > maxBytes ? maxBytes : static_cast<std::size_t>(size);
+    FileTail tail;
+    tail.startOffset = size - length;
+    tail.bytes.resize(length);
+    std::size_t used = 0;
+    while (used < length) {
+        const ssize_t n = ::pread(fd, tail.bytes.data() + used, length - used,
+                                  static_cast<off_t>(tail.startOffset + used));
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) {
+            ::close(fd);
+            return std::nullopt;
+        }
+        if (n == 0) break;  // truncated meanwhile
+        used += static_cast<std::size_t>(n);
+    }
+    ::close(fd);
+    tail.bytes.resize(used);
+    return tail;
+}
+
 }  // namespace AgentHook::platform

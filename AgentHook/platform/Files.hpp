@@ -2,6 +2,7 @@
 // (and, where callers log it, an error text); nothing throws.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -65,5 +66,17 @@ std::optional<double> modificationTime(const std::string& path);
 
 // The description of the current errno.
 std::string lastErrorDescription();
+
+// The end of a regular file: at most `maxBytes` bytes, read from the size the
+// file had when it was opened, so a file that grows meanwhile still gives no
+// more. `startOffset` is where the bytes begin (0 when the file was short
+// enough to read whole). Nothing when the path cannot be opened, is not a
+// regular file (a FIFO or device is never read, and opening one never blocks)
+// or a read fails.
+struct FileTail {
+    std::string bytes;
+    std::uint64_t startOffset = 0;
+};
+std::optional<FileTail> readTail(const std::string& path, std::size_t maxBytes);
 
 }  // namespace AgentHook::platform

@@ -1,0 +1,150 @@
+// `agent-hook codex` and `agent-hook grok` end to end: finished turns,
+// permission requests and their replies, byte for byte.
+#include <gtest/gtest.h>
+
+#include "bridge/AgentInboxPayload.hpp"
+#include "support/TestSupport.hpp"
+
+using namespace testsupport;
+
+namespace {
+
+const std::string kAllow =
+    R"({"hookSpecificOutput":{"decision":{"behavior":"allow","message":""},"hookEventName":"PermissionRequest"}})";
+std::string denial(const std::string& message) {
+    return R"({"hookSpecificOutput":{"decision":{"behavior":"deny","message":")" + message +
+           R"("},"hookEventName":"PermissionRequest"}})";
+}
+
+class AgentFlow : public HookTest {
+protected:
+    Finished answered(const std::string& agent, const std::string& input, const std::string& reply) {
+        app_.answerNext(environment_, reply);
+        Finished finished = runHook({agent}, input, environment_);
+        app_.join();
+        return finished;
+    }
+    std::string codexPermission() const {
+        return R"({"hook_event_name":"PermissionRequest","session_id":")" + session_ + R"(","cwd":")" + cwd_ +
+               R"(","permission_mode":"on-request","tool_name":"Bash","tool_input":{"command":"npm publish","description":"Publish it"}})";
+    }
+    std::string grok(const std::string& event, const std::string& extra = "") const {
+        return R"({"hookEventName":")" + event + R"(","sessionId":")" + session_ + R"(","cwd":")" + cwd_ +
+               R"(","toolName":"run_terminal_command","toolInput":{"command":"make"})" + extra + "}";
+    }
+};
+
+}  // namespace
+
+TEST_F(AgentFlow, CodexFinishedTurn) {
+    const std::string input = R"({"hook_event_name":"Stop","session_id":")" + session_ + R"(","cwd":")" + cwd_ +
+                              R"(","last_assistant_message":"Published \/ done."})";
+    const Finished finished = answered("codex", input, "Now tag the release");
+    EXPECT_EQ(finished.status, 0);
+    EXPECT_EQ(finished.out, R"({"decision":"block","reason":"Now tag the release"})");
+    EXPECT_EQ(app_.message, "Published / done.");
+    const auto payload = AgentHook::decodeInboxPayload(app_.payload);
+    EXPECT_EQ(payload->agent, "codex");
+    EXPECT_EQ(payload->title, "");
+    EXPECT_EQ(payload->requestId, session_ + "-stop");
+}
+
+TEST_F(AgentFlow, CodexPermissionReplies) {
+    struct Case {
+        std::string reply;
+        std::string out;
+    };
+    const Case cases[] = {
+        {" ALLOW\n", kAllow},
+        {"deny", denial("")},
+        {"No, use the STAGING database\n", denial("No, use the STAGING database\\n")},  // word for word
+        {"always", denial("always")},
+        {"", ""},
+    };
+    for (const Case& c : cases) {
+        const Finished finished = answered("codex", codexPermission(), c.reply);
+        EXPECT_EQ(finished.status, 0);
+        EXPECT_EQ(finished.out, c.out) << c.reply;
+    }
+    EXPECT_EQ(app_.message,
+              R"({"details":"npm publish","suggestions":[{"behavior":"allow","label":"Yes","tool":"Bash"},)"
+              R"({"behavior":"bypass-perms","label":"Bypass permissions for this session","tool":"Bash"},)"
+              R"({"behavior":"deny","label":"No","tool":"Bash"}],"summary":"Publish it","toolName":"Bash"})");
+    const Finished bypass = answered("codex", codexPermission(), "bypass");
+    EXPECT_EQ(bypass.out, kAllow);
+    EXPECT_EQ(messagesIn(bypass.err).back(), "Bypass-perms mode enabled for codex session=" + session_);
+    const Finished later = runHook({"codex"}, codexPermission(), environment_);
+    EXPECT_EQ(later.out, kAllow);
+    EXPECT_EQ(afterEventLine(later),
+              std::vector<std::string>{"Bypass-perms mode active for session=" + session_ + ", auto-allowing Bash"});
+}
+
+TEST_F(AgentFlow, CodexRoutesByExactName) {
+    const std::pair<std::string, std::vector<std::string>> cases[] = {
+        {R"("hook_event_name":"SessionStart","source":"resume")", {"SessionStart: source=resume, no-op"}},
+        {R"("hook_event_name":"SessionStart")", {"SessionStart: source=nil, no-op"}},
+        {R"("hook_event_name":"PostToolUse")", {"PostToolUse not yet handled for codex, passing through"}},
+        {R"("hook_event_name":"stop")", {"Unknown codex event stop, exiting"}},
+        {R"("hook_event_name":"Interrupt","stop_hook_active":true)", {"Non-stop event with stop_hook_active=true, skipping"}},
+        {R"("x":1)", {"Unknown codex event nil, exiting"}},
+        {R"("hook_event_name":"Stop","last_assistant_message":"")", {"Stop: finalMessage (0 chars): "}},
+    };
+    for (const auto& [members, messages] : cases) {
+        const Finished finished = runHook({"codex"}, R"({"session_id":")" + session_ + R"(",)" + members + "}", environment_);
+        EXPECT_EQ(finished.status, 0);
+        EXPECT_EQ(finished.out, "");
+        EXPECT_EQ(afterEventLine(finished), messages) << members;
+    }
+    EXPECT_EQ(runHook({"codex"}, "", environment_).status, 1);
+    EXPECT_TRUE(payloadsIn(inboxOf(environment_)).empty());
+}
+
+TEST_F(AgentFlow, GrokPreToolUseAnswersInGroksOwnForm) {
+    struct Case {
+        std::string reply;
+        std::string out;
+    };
+    const Case cases[] = {
+        {"allow", R"({"decision":"allow"})"},
+        {"Deny", R"({"decision":"deny"})"},
+        {"Use the Makefile in /src", R"({"decision":"deny","reason":"Use the Makefile in \/src"})"},
+        {"", ""},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(answered("grok", grok("pre_tool_use"), c.reply).out, c.out) << c.reply;
+    }
+    const auto payload = AgentHook::decodeInboxPayload(app_.payload);
+    EXPECT_EQ(payload->agent, "grok");
+    EXPECT_EQ(payload->summary, "Run command?");
+    // A permission request in Grok's name gets the decision all agents share.
+    EXPECT_EQ(answered("grok", grok("PermissionRequest"), "Use the Makefile").out, denial("Use the Makefile"));
+    // Modes in which Grok never asks pass through, whatever the session's markers say.
+    const Finished passed = runHook({"grok"}, grok("PRE_TOOL_USE", R"(,"permissionMode":"dontAsk")"), environment_);
+    EXPECT_EQ(passed.out, "");
+    EXPECT_EQ(afterEventLine(passed),
+              std::vector<std::string>{"permissionMode=dontAsk never asks, passing through run_terminal_command"});
+}
+
+TEST_F(AgentFlow, GrokFinishedTurnFromTheSessionHistory) {
+    const std::string history = environment_.home + "/.grok/sessions/group/" + session_;
+    makeDirectories(history);
+    writeText(history + "/chat_history.jsonl",
+              R"({"type":"user","content":"Build it"})" "\n"
+              R"({"type":"assistant","content":[{"type":"text","text":"Built "},{"type":"text","text":"and tested."}]})" "\n");
+    const Finished finished = answered("grok", grok("Stop", R"(,"reason":"END_TURN","lastAssistantMessage":"")"), "ship it");
+    EXPECT_EQ(finished.out, R"({"decision":"block","reason":"ship it"})");
+    EXPECT_EQ(app_.message, "Built and tested.");
+
+    const Finished shutdown = runHook({"grok"}, grok("Stop", R"(,"reason":"Shutdown")"), environment_);
+    EXPECT_EQ(afterEventLine(shutdown), std::vector<std::string>{"Stop reason=shutdown, skipping"});
+}
+
+TEST_F(AgentFlow, GrokEventFromTheEnvironment) {
+    environment_.extra["GROK_HOOK_EVENT"] = "session_end";
+    environment_.extra["GROK_SESSION_ID"] = session_;
+    const Finished finished = runHook({"grok"}, "", environment_);
+    EXPECT_EQ(finished.status, 0);
+    EXPECT_EQ(messagesIn(finished.err).at(2), "Event: session_end session=" + session_);
+    EXPECT_EQ(payloadsIn(inboxOf(environment_)),
+              std::vector<std::string>{R"({"kind":"dismiss","sessionId":")" + session_ + R"("})"});
+}

@@ -9,13 +9,6 @@ using namespace testsupport;
 
 namespace {
 
-const std::string kAllow =
-    R"({"hookSpecificOutput":{"decision":{"behavior":"allow","message":""},"hookEventName":"PermissionRequest"}})";
-std::string denial(const std::string& message) {
-    return R"({"hookSpecificOutput":{"decision":{"behavior":"deny","message":")" + message +
-           R"("},"hookEventName":"PermissionRequest"}})";
-}
-
 class AgentFlow : public HookTest {
 protected:
     Finished answered(const std::string& agent, const std::string& input, const std::string& reply) {

@@ -54,11 +54,13 @@ protected:
 }  // namespace
 
 TEST_F(Withdrawal, TheAgentEndingTheHook) {
-    for (const int signal : {SIGTERM, SIGHUP}) {
+    const std::pair<int, std::string> signals[] = {
+        {SIGTERM, "SIGTERM received"}, {SIGHUP, "SIGHUP received"}, {SIGINT, "SIGINT received"}};
+    for (const auto& [signal, reason] : signals) {
         writeText(transcript(), "");
         RunningProcess process = waiting(permissionEvent());
         ::kill(process.pid, signal);
-        expectWithdrawn(process, signal == SIGTERM ? "SIGTERM received" : "SIGHUP received");
+        expectWithdrawn(process, reason);
     }
 }
 

@@ -121,6 +121,14 @@ private:
 // Removes the session's request files from the scratch directory.
 void removeSessionFiles(const std::string& sessionId);
 
+// The permission decisions as every agent gets them; `message` as written in JSON.
+inline const std::string kAllow =
+    R"({"hookSpecificOutput":{"decision":{"behavior":"allow","message":""},"hookEventName":"PermissionRequest"}})";
+inline std::string denial(const std::string& message) {
+    return R"({"hookSpecificOutput":{"decision":{"behavior":"deny","message":")" + message +
+           R"("},"hookEventName":"PermissionRequest"}})";
+}
+
 // Every "/" written as "\/", as the hook's JSON writes it.
 std::string escapedSlashes(const std::string& text);
 

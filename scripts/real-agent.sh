@@ -1,13 +1,15 @@
 #!/usr/bin/env bash
-# Installs the pinned Claude Code into BUILD_DIR/real-agent (with node, npm and
-# tmux from Debian when they are missing), builds the hook and the stand-in
-# app, and runs the tests that put agent-hook inside the real Claude Code.
+# Installs the pinned Claude Code into BUILD_DIR/real-agent and the pinned
+# Codex CLI into BUILD_DIR/real-agent-codex (with node, npm and tmux from Debian
+# when they are missing), builds the hook and the stand-in app, and runs the
+# tests that put agent-hook inside the real agents.
 #
 #   scripts/real-agent.sh [BUILD_DIR]     (default: build)
 set -euo pipefail
 
-# The release the agents' documented behaviour was observed on.
+# The releases the agents' documented behaviour was observed on.
 claude_version=2.1.197
+codex_version=0.169.0
 
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=${1:-$repo/build}
@@ -46,6 +48,20 @@ if [ "${installed%% *}" != "$claude_version" ]; then
 fi
 echo "real-agent: $installed"
 
-cmake -B "$build" -S "$repo" -DREAL_AGENT_CLAUDE="$claude" >/dev/null
+# Codex's package pulls in the native binary for this platform as an optional
+# dependency; `codex --version` prints "codex-cli VERSION".
+codex_prefix="$build/real-agent-codex"
+codex="$codex_prefix/node_modules/.bin/codex"
+installed=$("$codex" --version 2>/dev/null || true)
+if [ "${installed##* }" != "$codex_version" ]; then
+  echo "real-agent: installing @openai/codex@$codex_version into $codex_prefix"
+  mkdir -p "$codex_prefix"
+  npm install --prefix "$codex_prefix" --no-audit --no-fund --save-exact "@openai/codex@$codex_version"
+  installed=$("$codex" --version)
+  [ "${installed##* }" = "$codex_version" ] || { echo "real-agent: got '$installed', wanted $codex_version" >&2; exit 1; }
+fi
+echo "real-agent: $installed"
+
+cmake -B "$build" -S "$repo" -DREAL_AGENT_CLAUDE="$claude" -DREAL_AGENT_CODEX="$codex" >/dev/null
 cmake --build "$build" -j2 --target agent-hook agent-hook-companion
 ctest --test-dir "$build" -L real-agent --output-on-failure

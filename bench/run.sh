@@ -11,7 +11,7 @@ build=${1:-build}
 
 cmake -B "$build" -S . -DCMAKE_BUILD_TYPE=Release >/dev/null || exit 2
 cmake --build "$build" -j2 --target agent-hook static-baseline startup-bench transcript-bench \
-  concurrent-log-bench title-bench || exit 2
+  concurrent-log-bench title-bench glob-bench grok-history-bench || exit 2
 
 bin="$build/bench"
 log=$(mktemp)
@@ -31,6 +31,12 @@ run "$bin/concurrent-log-bench"
 echo
 "$bin/title-bench" --benchmark_format=console | tee -a "$log"
 [ "${PIPESTATUS[0]}" -eq 0 ] || status=1
+echo
+"$bin/glob-bench" --benchmark_format=console | tee -a "$log"
+[ "${PIPESTATUS[0]}" -eq 0 ] || status=1
+echo
+"$bin/grok-history-bench" --benchmark_format=console | tee -a "$log"
+[ "${PIPESTATUS[0]}" -eq 0 ] || status=1
 
 # A rough cross-check with hyperfine; it cannot feed standard input, so it
 # times only the usage path (no arguments, exit status 64) against the baseline.
@@ -41,6 +47,9 @@ if command -v hyperfine >/dev/null; then
 fi
 
 title_ms=$(awk '/^latestCustomTitle100MB/ { print $2 }' "$log")
+# The slowest of the 1 MB rule-matching benchmarks (all report milliseconds).
+glob_worst=$(awk '/^(Glob|PrefixRule|DomainRule|NoRuleMatches)[A-Za-z]*1MB / && $2 + 0 >= max { max = $2 + 0; name = $1 }
+  END { if (name != "") print max, name }' "$log")
 echo
 echo "== summary =="
 grep -E '^  (claude|codex)' "$log" | sed 's/^  /startup   /'
@@ -50,5 +59,12 @@ if [ -n "$title_ms" ]; then
   [ "$verdict" = ok ] || status=1
   echo "title     latestCustomTitle, 100 MB without a custom title: $title_ms ms (target < 100 ms) $verdict"
 fi
+if [ -n "$glob_worst" ]; then
+  read -r glob_ms glob_name <<<"$glob_worst"
+  verdict=$(awk -v ms="$glob_ms" 'BEGIN { print (ms < 10 ? "ok" : "MISSED") }')
+  [ "$verdict" = ok ] || status=1
+  echo "rules     glob and prefix matching, 1 MB target, slowest ($glob_name): $glob_ms ms (target < 10 ms) $verdict"
+fi
+awk '/^lastAssistantMessageFrom(History|Updates)100MB / { printf "grok      %s: %s %s (reads only the tails)\n", $1, $2, $3 }' "$log"
 grep -E 'target: every line whole' "$log" | sed 's/^  target: /log       64 processes at once: /'
 exit $status

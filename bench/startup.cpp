@@ -62,6 +62,7 @@ int main(int argc, char** argv) {
     const std::string preToolSession = "bench-startup-pretool-" + token;
     const std::string disabledSession = "bench-startup-disabled-" + token;
     const std::string codexSession = "bench-startup-codex-" + token;
+    const std::string ruleSession = "bench-startup-rule-" + token;
 
     // Inputs are written without a trailing line feed, as the agents send them.
     const std::string preToolInput = directory + "/pretool.json";
@@ -70,6 +71,9 @@ int main(int argc, char** argv) {
     const std::string disabledInput = directory + "/disabled.json";
     bench::writeFile(disabledInput, R"({"hook_event_name":"Stop","session_id":")" + disabledSession +
                                         R"(","cwd":"/tmp","stop_hook_active":false})");
+    const std::string ruleInput = directory + "/rule.json";
+    bench::writeFile(ruleInput, R"({"hook_event_name":"PermissionRequest","session_id":")" + ruleSession +
+                                    R"(","cwd":"/tmp","tool_name":"Bash","tool_input":{"command":"npm test"}})");
     const std::string codexInput = directory + "/codex.json";
     bench::writeFile(codexInput, R"({"hook_event_name":"PostToolUse","session_id":")" + codexSession + R"("})");
 
@@ -77,6 +81,8 @@ int main(int argc, char** argv) {
     ::mkdir(scratch.c_str(), 0777);  // shared with everyone: created when missing, never removed
     const std::string marker = scratch + "/disabled-" + disabledSession;
     bench::writeFile(marker, "");
+    const std::string rules = scratch + "/" + ruleSession + "-autoaccept-Bash";
+    bench::writeFile(rules, "npm ");
 
     std::vector<Case> cases;
     const std::string baselineLabel =
@@ -85,6 +91,7 @@ int main(int argc, char** argv) {
     cases.push_back({baselineLabel, {}, preToolInput, true, {}, 0});
     cases.push_back({"claude PreToolUse Bash", {"claude"}, preToolInput, false, {}, 0});
     cases.push_back({"claude Stop, disabled session", {"claude"}, disabledInput, false, {}, 0});
+    cases.push_back({"claude PermissionRequest allowed by a stored rule", {"claude"}, ruleInput, false, {}, 0});
     cases.push_back({"codex PostToolUse (adapter not built yet)", {"codex"}, codexInput, false, {}, 0});
 
     for (int round = 0; round < warmup + runs; ++round) {
@@ -106,23 +113,24 @@ int main(int argc, char** argv) {
     }
 
     ::unlink(marker.c_str());
+    ::unlink(rules.c_str());
     bench::removeTree(directory);
 
     const double baselineMedian = bench::median(cases[0].samples);
     std::printf("startup: %d runs per case (+%d warm-up), round-robin, stdin from a file\n", runs, warmup);
-    std::printf("  %-44s %9s %9s %7s\n", "case", "median ms", "p90 ms", "ratio");
+    std::printf("  %-52s %9s %9s %7s\n", "case", "median ms", "p90 ms", "ratio");
     bool allMet = true;
     for (const Case& current : cases) {
         const double middle = bench::median(current.samples);
         const double p90 = bench::percentile(current.samples, 90);
         if (current.isBaseline) {
-            std::printf("  %-44s %9.3f %9.3f\n", current.label.c_str(), middle, p90);
+            std::printf("  %-52s %9.3f %9.3f\n", current.label.c_str(), middle, p90);
             continue;
         }
         const double ratio = middle / baselineMedian;
         const bool met = ratio <= kTargetRatio && current.failedRuns == 0;
         allMet = allMet && met;
-        std::printf("  %-44s %9.3f %9.3f %6.2fx  %s", current.label.c_str(), middle, p90, ratio,
+        std::printf("  %-52s %9.3f %9.3f %6.2fx  %s", current.label.c_str(), middle, p90, ratio,
                     met ? "ok" : "MISSED");
         if (current.failedRuns > 0) std::printf(" (%d runs exited non-zero)", current.failedRuns);
         std::printf("\n");

@@ -9,12 +9,15 @@
 //   "//PATTERN"      the glob "/PATTERN" over the whole target;
 //   anything else    a literal prefix of the target.
 //
-// Globs behave exactly like the anchored regular expression they stand for
-// (ICU semantics, no options): "**" is ".*" (a "/" right after it is
-// absorbed), "*" is "[^/]*", "?" is "." and everything else is literal. So
-// "**" and "?" never cross a line terminator while "*" does, and the target
-// may carry one final line terminator that the pattern does not mention.
-// Matching time is about linear in the target, whatever the pattern.
+// Globs behave like the anchored regular expression they stand for (ICU
+// semantics, no options): "**" is ".*" (a "/" right after it is absorbed),
+// "*" is "[^/]*", "?" is "." taken as one user-perceived character, and
+// everything else is literal, compared byte for byte. So "**" and "?" never
+// cross a line terminator while "*" does, and the target may carry one final
+// line terminator that the pattern does not mention. The pattern is read by
+// user-perceived characters: "*" with a combining mark is literal text.
+// Matching time is linear in the target; a pattern longer than any path
+// (over 4095 bytes) never matches.
 #pragma once
 
 #include <string>

@@ -53,13 +53,13 @@ start_companion() {
   exit 1
 }
 
-# round_trip NAME TITLE ANSWER EVENT: sends EVENT to the hook while the
-# companion answers ANSWER, then prints what each side saw. Fails when the hook
-# exits with an error or decides nothing.
+# round_trip NAME TITLE ANSWER EVENT [AGENT]: sends EVENT to `agent-hook AGENT`
+# (claude by default) while the companion answers ANSWER, then prints what each
+# side saw. Fails when the hook exits with an error or decides nothing.
 round_trip() {
-  local name=$1 title=$2 answer=$3 event=$4 status=0
+  local name=$1 title=$2 answer=$3 event=$4 agent=${5:-claude} status=0
   start_companion "$name" "$answer"
-  printf '%s' "$event" | build/agent-hook claude >"$work/$name.decision" 2>"$work/$name.hook.err" || status=$?
+  printf '%s' "$event" | build/agent-hook "$agent" >"$work/$name.decision" 2>"$work/$name.hook.err" || status=$?
   # The hook has its answer by now; a companion still running never got the
   # request, so give it a moment to finish and stop it.
   for _ in $(seq 40); do
@@ -98,3 +98,13 @@ round_trip stop "1. The agent has finished: Stop, answered with the next instruc
 round_trip permission "2. The agent wants to run a command: PermissionRequest, answered \"allow\"" \
   "allow" \
   '{"hook_event_name":"PermissionRequest","session_id":"'"$session"'","cwd":"'"$(json_escape "$work/project")"'","tool_name":"Bash","tool_input":{"command":"npm test","description":"Run the tests"},"permission_suggestions":[{"type":"addRules","rules":[{"toolName":"Bash","ruleContent":"npm test:*"}],"behavior":"allow","destination":"localSettings"},{"type":"setMode","mode":"acceptEdits","destination":"session"}]}'
+
+round_trip codex "3. Codex wants to run a command: PermissionRequest, refused in the user's words" \
+  "No, publish to the staging registry first." \
+  '{"hook_event_name":"PermissionRequest","session_id":"'"$session"'-codex","cwd":"'"$(json_escape "$work/project")"'","permission_mode":"default","tool_name":"Bash","tool_input":{"command":"npm publish","description":"Publish the package"}}' \
+  codex
+
+round_trip grok "4. Grok is about to run a command: pre_tool_use, answered \"allow\"" \
+  "allow" \
+  '{"hookEventName":"pre_tool_use","sessionId":"'"$session"'-grok","cwd":"'"$(json_escape "$work/project")"'","toolName":"run_terminal_command","toolInput":{"command":"make test"}}' \
+  grok

@@ -52,7 +52,7 @@ glob_worst=$(awk '/^(Glob|PrefixRule|DomainRule|NoRuleMatches)[A-Za-z]*1MB / && 
   END { if (name != "") print max, name }' "$log")
 echo
 echo "== summary =="
-grep -E '^  (claude|codex)' "$log" | sed 's/^  /startup   /'
+grep -E '^  (claude|codex|grok)' "$log" | sed 's/^  /startup   /'
 grep -E 'work before the wait|peak RSS:' "$log" | sed 's/^  /transcript /'
 if [ -n "$title_ms" ]; then
   verdict=$(awk -v ms="$title_ms" 'BEGIN { print (ms < 100 ? "ok" : "MISSED") }')

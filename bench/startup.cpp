@@ -76,6 +76,8 @@ int main(int argc, char** argv) {
                                     R"(","cwd":"/tmp","tool_name":"Bash","tool_input":{"command":"npm test"}})");
     const std::string codexInput = directory + "/codex.json";
     bench::writeFile(codexInput, R"({"hook_event_name":"PostToolUse","session_id":")" + codexSession + R"("})");
+    const std::string grokInput = directory + "/grok.json";
+    bench::writeFile(grokInput, R"({"hookEventName":"post_tool_use","sessionId":")" + codexSession + R"(-grok"})");
 
     const std::string scratch = "/tmp/voxtrel-agent";
     ::mkdir(scratch.c_str(), 0777);  // shared with everyone: created when missing, never removed
@@ -92,7 +94,8 @@ int main(int argc, char** argv) {
     cases.push_back({"claude PreToolUse Bash", {"claude"}, preToolInput, false, {}, 0});
     cases.push_back({"claude Stop, disabled session", {"claude"}, disabledInput, false, {}, 0});
     cases.push_back({"claude PermissionRequest allowed by a stored rule", {"claude"}, ruleInput, false, {}, 0});
-    cases.push_back({"codex PostToolUse (adapter not built yet)", {"codex"}, codexInput, false, {}, 0});
+    cases.push_back({"codex PostToolUse", {"codex"}, codexInput, false, {}, 0});
+    cases.push_back({"grok post_tool_use", {"grok"}, grokInput, false, {}, 0});
 
     for (int round = 0; round < warmup + runs; ++round) {
         // Rotate the order so no case always follows the same neighbour.

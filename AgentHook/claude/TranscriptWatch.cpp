@@ -1,9 +1,8 @@
 #include "claude/TranscriptWatch.hpp"
 
 #include <algorithm>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+
+#include "platform/Files.hpp"
 
 namespace AgentHook::Claude {
 
@@ -15,27 +14,6 @@ constexpr std::size_t kReadPerLook = 1 << 20;
 constexpr std::size_t kHistoryBytes = 1 << 20;
 // A longer line (a large file's contents in a tool result) is passed over.
 constexpr std::size_t kLongestLine = 16 << 20;
-
-// Up to `length` bytes of the file from `offset`; nothing when it cannot be read.
-std::optional<std::string> readAt(const std::string& path, std::uint64_t offset, std::size_t length) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0) return std::nullopt;
-    struct stat info;
-    std::optional<std::string> bytes;
-    if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode)) {
-        bytes.emplace(length, '\0');
-        const ssize_t n = ::pread(fd, bytes->data(), length, static_cast<off_t>(offset));
-        if (n < 0) bytes.reset();
-        else bytes->resize(static_cast<std::size_t>(n));
-    }
-    ::close(fd);
-    return bytes;
-}
-
-std::uint64_t fileSize(const std::string& path) {
-    struct stat info;
-    return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) ? static_cast<std::uint64_t>(info.st_size) : 0;
-}
 
 const Json* contentBlocks(const Json& entry) {
     const auto message = entry.find("message");
@@ -113,11 +91,11 @@ std::optional<std::string> movedOnByLine(TranscriptWatch& watch, std::string_vie
 TranscriptWatch startTranscriptWatch(const std::string& path, std::optional<PendingCall> call) {
     TranscriptWatch watch;
     watch.path = path;
-    watch.offset = fileSize(path);
+    watch.offset = platform::regularFileSize(path).value_or(0);
     watch.call = std::move(call);
     if (watch.call && watch.offset > 0) {
         const std::uint64_t from = watch.offset > kHistoryBytes ? watch.offset - kHistoryBytes : 0;
-        if (const auto history = readAt(path, from, static_cast<std::size_t>(watch.offset - from))) {
+        if (const auto history = platform::readRange(path, from, static_cast<std::size_t>(watch.offset - from))) {
             std::string_view text = *history;
             // The first line may be cut by the window; the last may still be written.
             if (from > 0) text.remove_prefix(std::min(text.size(), text.find('\n') + 1));
@@ -133,7 +111,7 @@ TranscriptWatch startTranscriptWatch(const std::string& path, std::optional<Pend
 }
 
 std::optional<std::string> sessionMovedOn(TranscriptWatch& watch) {
-    const std::optional<std::string> appended = readAt(watch.path, watch.offset, kReadPerLook);
+    const std::optional<std::string> appended = platform::readRange(watch.path, watch.offset, kReadPerLook);
     if (!appended || appended->empty()) return std::nullopt;
     watch.offset += appended->size();
     watch.partial += *appended;

@@ -1,5 +1,6 @@
 #include "platform/Files.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <dirent.h>
@@ -148,34 +149,63 @@ std::optional<double> modificationTime(const std::string& path) {
     return static_cast<double>(modified.tv_sec) + static_cast<double>(modified.tv_nsec) / 1e9;
 }
 
-std::optional<FileTail> readTail(const std::string& path, std::size_t maxBytes) {
+namespace {
+
+// A regular file opened for reading, and its size then; -1 for anything
+// else. Opening never blocks, so a FIFO in the file's place is not waited on.
+int openRegular(const std::string& path, std::uint64_t& size) {
     const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (fd < 0) return std::nullopt;
+    if (fd < 0) return -1;
     struct stat info;
     if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
         ::close(fd);
-        return std::nullopt;
+        return -1;
     }
-    const auto size = static_cast<std::uint64_t>(info.st_size);
-    const std::size_t length = size > maxBytes ? maxBytes : static_cast<std::size_t>(size);
-    FileTail tail;
-    tail.startOffset = size - length;
-    tail.bytes.resize(length);
+    size = static_cast<std::uint64_t>(info.st_size);
+    return fd;
+}
+
+// Up to `length` bytes from `offset`; fewer when the file ends (or was cut) first.
+std::optional<std::string> readAt(int fd, std::uint64_t offset, std::size_t length) {
+    std::string bytes(length, '\0');
     std::size_t used = 0;
     while (used < length) {
-        const ssize_t n = ::pread(fd, tail.bytes.data() + used, length - used,
-                                  static_cast<off_t>(tail.startOffset + used));
+        const ssize_t n = ::pread(fd, bytes.data() + used, length - used, static_cast<off_t>(offset + used));
         if (n < 0 && errno == EINTR) continue;
-        if (n < 0) {
-            ::close(fd);
-            return std::nullopt;
-        }
-        if (n == 0) break;  // truncated meanwhile
+        if (n < 0) return std::nullopt;
+        if (n == 0) break;
         used += static_cast<std::size_t>(n);
     }
+    bytes.resize(used);
+    return bytes;
+}
+
+}  // namespace
+
+std::optional<FileTail> readTail(const std::string& path, std::size_t maxBytes) {
+    std::uint64_t size = 0;
+    const int fd = openRegular(path, size);
+    if (fd < 0) return std::nullopt;
+    const std::size_t length = size > maxBytes ? maxBytes : static_cast<std::size_t>(size);
+    std::optional<std::string> bytes = readAt(fd, size - length, length);
     ::close(fd);
-    tail.bytes.resize(used);
-    return tail;
+    if (!bytes) return std::nullopt;
+    return FileTail{std::move(*bytes), size - length};
+}
+
+std::optional<std::string> readRange(const std::string& path, std::uint64_t offset, std::size_t maxBytes) {
+    std::uint64_t size = 0;
+    const int fd = openRegular(path, size);
+    if (fd < 0) return std::nullopt;
+    std::optional<std::string> bytes = readAt(fd, offset, offset >= size ? 0 : std::min<std::uint64_t>(maxBytes, size - offset));
+    ::close(fd);
+    return bytes;
+}
+
+std::optional<std::uint64_t> regularFileSize(const std::string& path) {
+    struct stat info;
+    if (::stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return std::nullopt;
+    return static_cast<std::uint64_t>(info.st_size);
 }
 
 }  // namespace AgentHook::platform

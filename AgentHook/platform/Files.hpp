@@ -79,4 +79,11 @@ struct FileTail {
 };
 std::optional<FileTail> readTail(const std::string& path, std::size_t maxBytes);
 
+// At most `maxBytes` bytes of a regular file from `offset` (fewer at its end),
+// on the same terms as readTail.
+std::optional<std::string> readRange(const std::string& path, std::uint64_t offset, std::size_t maxBytes);
+
+// The size of a regular file; nothing for anything else.
+std::optional<std::uint64_t> regularFileSize(const std::string& path);
+
 }  // namespace AgentHook::platform

@@ -50,7 +50,7 @@ RequestFiles requestFiles(const std::string& scratchDirectory, const std::string
 
 WaitResult sendToVoxtrelAndWait(const VoxtrelRequest& request, const PollEnvironment& environment) {
     const std::string& directory = environment.scratchDirectory;
-    platform::createDirectories(directory);
+    platform::makePrivateDirectory(directory);
     const std::int32_t pid = static_cast<std::int32_t>(::getpid());
     const std::string fileKey = request.fileKey.value_or(std::to_string(pid));
     const RequestFiles files = requestFiles(directory, request.sessionId, fileKey);
@@ -83,6 +83,7 @@ WaitResult sendToVoxtrelAndWait(const VoxtrelRequest& request, const PollEnviron
     // Times are counted, not read from a clock, so tests drive the schedule.
     double elapsed = 0;
     int nextPoll = 0;
+    bool refusalLogged = false;
     for (;;) {
         if (const std::optional<std::string> reason = withdrawalReason(environment)) {
             logTo(directory, *reason + " \xE2\x80\x94 dismissing session=" + request.sessionId + " and exiting");
@@ -91,20 +92,23 @@ WaitResult sendToVoxtrelAndWait(const VoxtrelRequest& request, const PollEnviron
         }
         if (elapsed >= nextPoll) {
             if (nextPoll > kLastPollBefore) break;
-            if (platform::fileExists(files.responseFile)) {
-                std::optional<std::string> reply = platform::readFile(files.responseFile);
-                // A half-written or non-UTF-8 answer is read again at the next poll.
-                if (reply && text::isValidUtf8(*reply)) {
-                    logTo(directory, "Poll got response (" + std::to_string(text::characterCount(*reply)) +
-                                         " chars) for session=" + request.sessionId +
-                                         " requestId=" + files.requestId);
-                    if (!request.fileKey) {
-                        platform::removeFile(files.responseFile);
-                        platform::removeFile(files.messageFile);
-                    }
-                    platform::restoreDefaultSignals();
-                    return WaitResult{false, std::move(reply)};
+            std::string refusal;
+            std::optional<std::string> reply = platform::readOwnFile(files.responseFile, refusal);
+            // A half-written or non-UTF-8 answer is read again at the next poll.
+            if (reply && text::isValidUtf8(*reply)) {
+                logTo(directory, "Poll got response (" + std::to_string(text::characterCount(*reply)) +
+                                     " chars) for session=" + request.sessionId + " requestId=" + files.requestId);
+                if (!request.fileKey) {
+                    platform::removeFile(files.responseFile);
+                    platform::removeFile(files.messageFile);
                 }
+                platform::restoreDefaultSignals();
+                return WaitResult{false, std::move(reply)};
+            }
+            // Someone else's file, or a link to one, is never the user's answer.
+            if (!refusal.empty() && !refusalLogged) {
+                logTo(directory, "Ignoring response file " + files.responseFile + ": " + refusal);
+                refusalLogged = true;
             }
             nextPoll += nextPoll < kFastPhaseSeconds ? 1 : 10;
         }

@@ -76,7 +76,6 @@ void writeAlwaysAllowFlag(const std::string& sessionId, const std::string& toolN
         added += rules[i];
     }
     {
-        platform::createDirectories(std::string(kScratchDirectory));
         const platform::DirectoryLock lock{std::string(kScratchDirectory)};
         std::optional<std::string> old = platform::readFile(path);
         if (old && !text::isValidUtf8(*old)) old.reset();

@@ -116,8 +116,12 @@ std::optional<std::string> lastFromChatHistory(const std::string& sessionId) {
     if (!path) return std::nullopt;
     const std::optional<std::string> tail = readFileTail(*path, kChatHistoryTailBytes);
     if (!tail) return std::nullopt;
+    return lastFromChatHistoryText(*tail);
+}
+
+std::optional<std::string> lastFromChatHistoryText(std::string_view tail) {
     // The last answer wins, so walk from the end and stop at the first one.
-    std::string_view rest = *tail;
+    std::string_view rest = tail;
     for (;;) {
         const std::size_t lineFeed = rest.rfind('\n');
         const std::string_view line = lineFeed == std::string_view::npos ? rest : rest.substr(lineFeed + 1);
@@ -138,10 +142,13 @@ std::string lastFromUpdates(const std::string& sessionId, const std::optional<st
     if (!path) return {};
     const std::optional<std::string> tail = readFileTail(*path, kUpdatesTailBytes);
     if (!tail) return {};
+    return lastFromUpdatesText(*tail, promptId);
+}
 
+std::string lastFromUpdatesText(std::string_view tail, const std::optional<std::string>& promptId) {
     std::map<std::string, std::string, std::less<>> replies;
     std::vector<std::string> promptOrder;  // by first chunk
-    std::string_view rest = *tail;
+    std::string_view rest = tail;
     while (!rest.empty()) {
         const std::size_t lineFeed = rest.find('\n');
         const std::string_view line = rest.substr(0, lineFeed);

@@ -15,6 +15,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "text/Json.hpp"
 
@@ -43,12 +44,18 @@ std::string extractText(const text::Json* value);
 // The last non-empty assistant text in the session's chat history.
 std::optional<std::string> lastFromChatHistory(const std::string& sessionId);
 
+// The same, from the text of the history's tail (lines separated by line feeds).
+std::optional<std::string> lastFromChatHistoryText(std::string_view tail);
+
 // The reply assembled from the update stream's "agent_message_chunk" lines:
 // the chunks of `promptId` when it has non-empty text, else those of the
 // prompt whose first chunk came last. The stream is `transcriptPath` when
 // something exists there, else the session's "updates.jsonl". "" when none.
 std::string lastFromUpdates(const std::string& sessionId, const std::optional<std::string>& promptId,
                             const std::optional<std::string>& transcriptPath);
+
+// The same, from the text of the stream's tail (lines separated by line feeds).
+std::string lastFromUpdatesText(std::string_view tail, const std::optional<std::string>& promptId);
 
 // The chat history, then the update stream and the chat history again, up to
 // three times with `pause(0.04)` before the second and third try: the hook can

@@ -40,6 +40,44 @@ bool createDirectories(const std::string& path, std::string* error) {
     return false;
 }
 
+std::optional<std::string> makePrivateDirectory(const std::string& path) {
+    struct stat info;
+    if (::lstat(path.c_str(), &info) != 0) {
+        if (errno != ENOENT) return path + " cannot be examined: " + lastErrorDescription();
+        if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) return path + " cannot be created: " + lastErrorDescription();
+        if (::lstat(path.c_str(), &info) != 0) return path + " cannot be examined: " + lastErrorDescription();
+    }
+    if (S_ISLNK(info.st_mode)) return path + " is a symbolic link";
+    if (!S_ISDIR(info.st_mode)) return path + " is not a directory";
+    if (info.st_uid != ::geteuid()) return path + " belongs to another user (uid " + std::to_string(info.st_uid) + ")";
+    if ((info.st_mode & 07777) != 0700 && ::chmod(path.c_str(), 0700) != 0) {
+        return path + " cannot be made private: " + lastErrorDescription();
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> readOwnFile(const std::string& path, std::string& refusal) {
+    refusal.clear();
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) {
+        if (errno == ELOOP) refusal = "a symbolic link";
+        return std::nullopt;
+    }
+    struct stat info;
+    std::optional<std::string> bytes;
+    if (::fstat(fd, &info) != 0) {
+        refusal = "not readable";
+    } else if (!S_ISREG(info.st_mode)) {
+        refusal = "not a regular file";
+    } else if (info.st_uid != ::geteuid()) {
+        refusal = "another user's (uid " + std::to_string(info.st_uid) + ")";
+    } else {
+        bytes = readAll(fd);
+    }
+    ::close(fd);
+    return bytes;
+}
+
 std::optional<std::string> readFile(const std::string& path) {
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return std::nullopt;
@@ -86,7 +124,7 @@ FileView::~FileView() {
 }
 
 bool writeFile(const std::string& path, std::string_view bytes, std::string* error) {
-    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (fd < 0) {
         if (error) *error = lastErrorDescription();
         return false;
@@ -111,7 +149,7 @@ void removeFile(const std::string& path) {
 }
 
 bool appendToFile(const std::string& path, std::string_view bytes) {
-    const int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    const int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (fd < 0) return false;
     const bool written = writeAll(fd, bytes);
     ::close(fd);

@@ -2,6 +2,7 @@
 // standard input on the null device and no descriptor but the standard ones.
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,13 +15,20 @@ struct CapturedRun {
 };
 
 // Runs `executable` (an absolute path) with `arguments`, standard error on the
-// null device, and collects its standard output. Nothing when it cannot start.
+// null device, in a process group of its own, and collects its standard
+// output. Nothing when it cannot start, or when it has not both closed its
+// output and exited within `limit` (measured on a steady clock): then the
+// whole group is killed and the child reaped before this returns. Waits
+// interrupted by a signal are resumed within the same limit.
 std::optional<CapturedRun> runCapturingOutput(const std::string& executable,
-                                              const std::vector<std::string>& arguments);
+                                              const std::vector<std::string>& arguments,
+                                              std::chrono::milliseconds limit = std::chrono::seconds(2));
 
 // Runs `executable` (an absolute path) with its output on the null device and
-// waits for it. False when it cannot be started; its exit status is not kept.
-bool runAndWait(const std::string& executable, const std::vector<std::string>& arguments);
+// waits for it, at most `limit`; a child still running then is left to run.
+// False when it cannot be started; its exit status is not kept.
+bool runAndWait(const std::string& executable, const std::vector<std::string>& arguments,
+                std::chrono::milliseconds limit = std::chrono::seconds(5));
 
 // Starts `program` (looked up on PATH) in a session of its own with all three
 // standard streams on the null device, and does not wait for it.

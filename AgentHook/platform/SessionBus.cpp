@@ -2,12 +2,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstddef>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <poll.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -17,6 +15,14 @@
 
 namespace AgentHook::platform {
 namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+
+// Far above the replies to Hello and NameHasOwner and the NameAcquired
+// signal, the only messages a new connection gets; a bigger one is garbage.
+constexpr std::uint64_t kMaximumMessage = 1 << 20;
+// The authentication line the bus answers with ("OK <guid>" or a refusal).
+constexpr std::size_t kMaximumLine = 512;
 
 std::optional<std::string> unescape(const std::string& value) {
     std::string out;
@@ -33,6 +39,8 @@ std::optional<std::string> unescape(const std::string& value) {
     }
     return out;
 }
+
+// ---- Messages ---------------------------------------------------------
 
 // Message building, little-endian, with alignment counted from the message start.
 struct Writer {
@@ -94,97 +102,191 @@ std::string busMethodCall(std::uint32_t serial, const std::string& member, const
     return message.bytes + body.bytes;
 }
 
-struct Reply {
-    int type = 0;  // 2 method return, 3 error
-    std::uint32_t replySerial = 0;
-    std::string body;
-    bool bigEndian = false;
-};
+std::uint64_t alignUp(std::uint64_t at, std::uint64_t boundary) { return (at + boundary - 1) / boundary * boundary; }
 
-std::uint32_t readUint32(const std::string& bytes, std::size_t at, bool bigEndian) {
+// The caller makes sure that four bytes are there.
+std::uint32_t readUint32(std::string_view bytes, std::size_t at, bool bigEndian) {
     std::uint32_t value = 0;
     for (int i = 0; i < 4; ++i) {
-        const auto byte = static_cast<unsigned char>(bytes[at + (bigEndian ? i : 3 - i)]);
+        const auto byte = static_cast<unsigned char>(bytes[at + static_cast<std::size_t>(bigEndian ? i : 3 - i)]);
         value = (value << 8) | byte;
     }
     return value;
 }
 
-// send(2) rather than write(2): a bus that hangs up must not raise SIGPIPE.
-bool sendAll(int fd, const std::string& bytes) {
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::send(fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return false;
-        }
-        done += static_cast<std::size_t>(n);
+// Reads values of the header fields array, with alignment counted from the
+// message start; every read checks that it stays inside `bytes`.
+struct FieldReader {
+    std::string_view bytes;  // the message up to the end of its header fields
+    std::size_t at;
+    bool bigEndian;
+
+    bool alignTo(std::size_t boundary) {
+        at = static_cast<std::size_t>(alignUp(at, boundary));
+        return at <= bytes.size();
     }
-    return true;
-}
-
-bool readExactly(int fd, std::string& out, std::size_t count) {
-    const std::size_t start = out.size();
-    out.resize(start + count);
-    std::size_t done = 0;
-    while (done < count) {
-        const ssize_t n = ::read(fd, out.data() + start + done, count - done);
-        if (n <= 0) {
-            if (n < 0 && errno == EINTR) continue;
-            return false;
-        }
-        done += static_cast<std::size_t>(n);
+    bool skip(std::size_t size) {
+        if (!alignTo(size) || bytes.size() - at < size) return false;
+        at += size;
+        return true;
     }
-    return true;
-}
-
-// Reads one message and the header fields it needs; nothing on any failure.
-std::optional<Reply> readMessage(int fd) {
-    std::string bytes;
-    if (!readExactly(fd, bytes, 16)) return std::nullopt;
-    Reply reply;
-    if (bytes[0] != 'l' && bytes[0] != 'B') return std::nullopt;
-    reply.bigEndian = bytes[0] == 'B';
-    reply.type = static_cast<unsigned char>(bytes[1]);
-    const std::uint32_t bodyLength = readUint32(bytes, 4, reply.bigEndian);
-    const std::uint32_t fieldsLength = readUint32(bytes, 12, reply.bigEndian);
-    constexpr std::uint32_t kMaximum = 1 << 26;  // the protocol's own limit is 128 MiB
-    if (bodyLength > kMaximum || fieldsLength > kMaximum) return std::nullopt;
-    const std::size_t headerEnd = (16 + fieldsLength + 7) / 8 * 8;
-    if (!readExactly(fd, bytes, headerEnd - 16 + bodyLength)) return std::nullopt;
-
-    std::size_t at = 16;
-    const std::size_t fieldsEnd = 16 + fieldsLength;
-    while (at < fieldsEnd) {
-        at = (at + 7) / 8 * 8;
-        if (at + 3 > fieldsEnd) return std::nullopt;
-        const char code = bytes[at];
-        if (bytes[at + 1] != 1) return std::nullopt;  // every header field has a one-letter type
-        const char type = bytes[at + 2];
+    std::optional<unsigned char> byte() {
+        if (at >= bytes.size()) return std::nullopt;
+        return static_cast<unsigned char>(bytes[at++]);
+    }
+    std::optional<std::uint32_t> uint32() {
+        if (!alignTo(4) || bytes.size() - at < 4) return std::nullopt;
+        const std::uint32_t value = readUint32(bytes, at, bigEndian);
         at += 4;
-        if (type == 'g') {
-            at += 1 + static_cast<unsigned char>(bytes[at]) + 1;
-        } else if (type == 's' || type == 'o' || type == 'u' || type == 'h') {
-            at = (at + 3) / 4 * 4;
-            if (at + 4 > fieldsEnd) return std::nullopt;
-            const std::uint32_t value = readUint32(bytes, at, reply.bigEndian);
-            at += 4;
-            if (type == 's' || type == 'o') {
-                if (value >= fieldsEnd - at) return std::nullopt;
-                at += value + 1;
-            } else if (code == 5) {
-                reply.replySerial = value;
-            }
-        } else {
-            return std::nullopt;
-        }
+        return value;
     }
-    reply.body = bytes.substr(headerEnd);
-    return reply;
+    // The text and its terminating NUL, after a length of `length`.
+    std::optional<std::string_view> terminated(std::size_t length) {
+        if (length >= bytes.size() - at || bytes[at + length] != '\0') return std::nullopt;
+        const std::string_view value = bytes.substr(at, length);
+        at += length + 1;
+        return value;
+    }
+    std::optional<std::string_view> string() {
+        const std::optional<std::uint32_t> length = uint32();
+        if (!length) return std::nullopt;
+        return terminated(*length);
+    }
+    std::optional<std::string_view> signature() {
+        const std::optional<unsigned char> length = byte();
+        if (!length) return std::nullopt;
+        return terminated(*length);
+    }
+};
+
+// The type the protocol gives each header field code; 0 for codes it leaves
+// to future versions, which a reader skips.
+char headerFieldType(unsigned char code) {
+    switch (code) {
+        case 1: return 'o';  // path
+        case 2:              // interface
+        case 3:              // member
+        case 4:              // error name
+        case 6:              // destination
+        case 7: return 's';  // sender
+        case 5:              // reply serial
+        case 9: return 'u';  // number of file descriptors
+        case 8: return 'g';  // body signature
+        default: return 0;
+    }
 }
 
-std::optional<bool> askDaemon(int fd, const std::vector<std::string>& names) {
+// ---- Talking to the bus under one deadline ------------------------------
+
+// Waits until `fd` is ready for `events` (or has hung up or failed: the next
+// call on it tells which). False once `deadline` has passed.
+bool awaitReady(int fd, short events, SteadyClock::time_point deadline) {
+    for (;;) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - SteadyClock::now());
+        if (left.count() <= 0) return false;
+        pollfd watched{fd, events, 0};
+        const int ready = ::poll(&watched, 1, static_cast<int>(left.count()));
+        if (ready > 0) return true;
+        if (ready < 0 && errno != EINTR) return false;
+    }
+}
+
+// Sleeps a few milliseconds, never past `deadline`. False once it has passed.
+bool pauseBriefly(SteadyClock::time_point deadline) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - SteadyClock::now());
+    if (left.count() <= 0) return false;
+    ::poll(nullptr, 0, static_cast<int>(std::min<std::chrono::milliseconds::rep>(left.count(), 5)));
+    return true;
+}
+
+// A non-blocking connection to the bus, the bytes read but not yet used, and
+// the deadline of the whole exchange.
+struct Connection {
+    int fd;
+    SteadyClock::time_point deadline;
+    std::string pending;
+};
+
+bool connectTo(Connection& connection, const sockaddr_un& target, socklen_t length) {
+    for (;;) {
+        if (::connect(connection.fd, reinterpret_cast<const sockaddr*>(&target), length) == 0) return true;
+        if (errno == EAGAIN) {
+            // A Unix socket whose listener's backlog is full: a busy bus, not a missing one.
+            if (!pauseBriefly(connection.deadline)) return false;
+            continue;
+        }
+        // An interrupted connect goes on in the background, as one in progress does.
+        if (errno != EINPROGRESS && errno != EINTR) return false;
+        break;
+    }
+    if (!awaitReady(connection.fd, POLLOUT, connection.deadline)) return false;
+    int error = 0;
+    socklen_t size = sizeof error;
+    return ::getsockopt(connection.fd, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
+}
+
+// send(2) rather than write(2): a bus that hangs up must not raise SIGPIPE.
+bool sendAll(Connection& connection, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t n = ::send(connection.fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (n >= 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(n));
+            continue;
+        }
+        if (errno == EINTR) continue;
+        if (errno != EAGAIN && errno != EWOULDBLOCK) return false;
+        if (!awaitReady(connection.fd, POLLOUT, connection.deadline)) return false;
+    }
+    return true;
+}
+
+// Appends what the bus has sent, waiting for at least one byte. False when
+// the bus hung up or failed, or the deadline has passed (checked even while
+// bytes keep coming, so a bus that never stops talking is cut off too).
+bool receiveMore(Connection& connection) {
+    char chunk[4096];
+    for (;;) {
+        if (SteadyClock::now() >= connection.deadline) return false;
+        const ssize_t n = ::recv(connection.fd, chunk, sizeof chunk, 0);
+        if (n > 0) {
+            connection.pending.append(chunk, static_cast<std::size_t>(n));
+            return true;
+        }
+        if (n == 0) return false;
+        if (errno == EINTR) continue;
+        if (errno != EAGAIN && errno != EWOULDBLOCK) return false;
+        if (!awaitReady(connection.fd, POLLIN, connection.deadline)) return false;
+    }
+}
+
+// One authentication line, without its "\r\n".
+std::optional<std::string> receiveLine(Connection& connection) {
+    for (;;) {
+        const std::size_t end = connection.pending.find("\r\n");
+        if (end != std::string::npos) {
+            std::string line = connection.pending.substr(0, end);
+            connection.pending.erase(0, end + 2);
+            return line;
+        }
+        if (connection.pending.size() > kMaximumLine || !receiveMore(connection)) return std::nullopt;
+    }
+}
+
+std::optional<BusMessage> receiveMessage(Connection& connection) {
+    while (connection.pending.size() < 16) {
+        if (!receiveMore(connection)) return std::nullopt;
+    }
+    const std::optional<std::size_t> length = busMessageLength(connection.pending);
+    if (!length) return std::nullopt;
+    while (connection.pending.size() < *length) {
+        if (!receiveMore(connection)) return std::nullopt;
+    }
+    std::optional<BusMessage> message = parseBusMessage(connection.pending);
+    connection.pending.erase(0, *length);
+    return message;
+}
+
+std::optional<bool> askDaemon(Connection& connection, const std::vector<std::string>& names) {
     const std::string uid = std::to_string(::getuid());
     std::string hexUid;
     for (const char c : uid) {
@@ -192,37 +294,122 @@ std::optional<bool> askDaemon(int fd, const std::vector<std::string>& names) {
         hexUid.push_back(hex[(c >> 4) & 0x0f]);
         hexUid.push_back(hex[c & 0x0f]);
     }
-    if (!sendAll(fd, std::string(1, '\0') + "AUTH EXTERNAL " + hexUid + "\r\n")) return std::nullopt;
-    std::string line;
-    char c;
-    while (line.size() < 512 && ::read(fd, &c, 1) == 1) {
-        line.push_back(c);
-        if (line.size() >= 2 && line.compare(line.size() - 2, 2, "\r\n") == 0) break;
-    }
-    if (line.rfind("OK ", 0) != 0) return std::nullopt;
+    if (!sendAll(connection, std::string(1, '\0') + "AUTH EXTERNAL " + hexUid + "\r\n")) return std::nullopt;
+    const std::optional<std::string> line = receiveLine(connection);
+    if (!line || line->rfind("OK ", 0) != 0) return std::nullopt;
 
     // The bus wants Hello first; the questions can follow without waiting.
     std::string request = "BEGIN\r\n" + busMethodCall(1, "Hello", std::nullopt);
     for (std::size_t i = 0; i < names.size(); ++i) {
         request += busMethodCall(static_cast<std::uint32_t>(i + 2), "NameHasOwner", names[i]);
     }
-    if (!sendAll(fd, request)) return std::nullopt;
+    if (!sendAll(connection, request)) return std::nullopt;
 
-    std::size_t answered = 0;
+    std::vector<bool> answered(names.size(), false);
+    std::size_t answers = 0;
     bool owned = false;
-    while (answered < names.size()) {
-        const std::optional<Reply> reply = readMessage(fd);
-        if (!reply) return std::nullopt;
-        if (reply->type == 3) return std::nullopt;  // an error answers any of our calls
-        if (reply->type != 2 || reply->replySerial < 2) continue;  // Hello's reply, signals
-        if (reply->body.size() < 4) return std::nullopt;
-        owned = owned || readUint32(reply->body, 0, reply->bigEndian) != 0;
-        ++answered;
+    while (answers < names.size()) {
+        const std::optional<BusMessage> message = receiveMessage(connection);
+        if (!message) return std::nullopt;
+        if (message->type == 3) return std::nullopt;  // an error answers one of our calls
+        // Hello's reply and the NameAcquired signal come first.
+        if (message->type != 2 || message->replySerial < 2 || message->replySerial - 2 >= names.size()) continue;
+        const std::optional<bool> value = booleanReply(*message);
+        if (!value) return std::nullopt;
+        if (answered[message->replySerial - 2]) continue;
+        answered[message->replySerial - 2] = true;
+        owned = owned || *value;
+        ++answers;
     }
     return owned;
 }
 
 }  // namespace
+
+std::optional<std::size_t> busMessageLength(std::string_view bytes) {
+    if (bytes.size() < 16 || (bytes[0] != 'l' && bytes[0] != 'B') || bytes[3] != 1) return std::nullopt;
+    const bool bigEndian = bytes[0] == 'B';
+    const std::uint64_t bodyLength = readUint32(bytes, 4, bigEndian);
+    const std::uint64_t fieldsLength = readUint32(bytes, 12, bigEndian);
+    const std::uint64_t total = alignUp(16 + fieldsLength, 8) + bodyLength;
+    if (total > kMaximumMessage) return std::nullopt;
+    return static_cast<std::size_t>(total);
+}
+
+std::optional<BusMessage> parseBusMessage(std::string_view bytes) {
+    const std::optional<std::size_t> length = busMessageLength(bytes);
+    if (!length || bytes.size() < *length) return std::nullopt;
+    BusMessage message;
+    message.bigEndian = bytes[0] == 'B';
+    message.type = static_cast<unsigned char>(bytes[1]);
+    message.serial = readUint32(bytes, 8, message.bigEndian);
+    if (message.type == 0 || message.serial == 0) return std::nullopt;
+    const std::size_t bodyLength = readUint32(bytes, 4, message.bigEndian);
+    const std::size_t fieldsEnd = 16 + std::size_t{readUint32(bytes, 12, message.bigEndian)};
+
+    FieldReader fields{bytes.substr(0, fieldsEnd), 16, message.bigEndian};
+    while (fields.at < fieldsEnd) {
+        if (!fields.alignTo(8)) return std::nullopt;
+        const std::optional<unsigned char> code = fields.byte();
+        const std::optional<std::string_view> type = fields.signature();
+        if (!code || *code == 0 || !type || type->size() != 1) return std::nullopt;
+        const char expected = headerFieldType(*code);
+        if (expected != 0 && (*type)[0] != expected) return std::nullopt;
+        switch ((*type)[0]) {
+            case 's':
+            case 'o': {
+                const std::optional<std::string_view> value = fields.string();
+                if (!value) return std::nullopt;
+                if (*code == 4) message.errorName = *value;
+                break;
+            }
+            case 'g': {
+                const std::optional<std::string_view> value = fields.signature();
+                if (!value) return std::nullopt;
+                if (*code == 8) message.signature = *value;
+                break;
+            }
+            case 'u': {
+                const std::optional<std::uint32_t> value = fields.uint32();
+                if (!value || (*code == 5 && *value == 0)) return std::nullopt;
+                if (*code == 5) message.replySerial = *value;
+                break;
+            }
+            case 'y':
+                if (!fields.skip(1)) return std::nullopt;
+                break;
+            case 'n':
+            case 'q':
+                if (!fields.skip(2)) return std::nullopt;
+                break;
+            case 'b':
+            case 'i':
+            case 'h':
+                if (!fields.skip(4)) return std::nullopt;
+                break;
+            case 'x':
+            case 't':
+            case 'd':
+                if (!fields.skip(8)) return std::nullopt;
+                break;
+            default:
+                return std::nullopt;
+        }
+    }
+    // A reply names the call it answers; an error names itself; a body has a signature.
+    if ((message.type == 2 || message.type == 3) && message.replySerial == 0) return std::nullopt;
+    if (message.type == 3 && message.errorName.empty()) return std::nullopt;
+    if (bodyLength != 0 && message.signature.empty()) return std::nullopt;
+    message.body = bytes.substr(static_cast<std::size_t>(alignUp(fieldsEnd, 8)), bodyLength);
+    return message;
+}
+
+std::optional<bool> booleanReply(const BusMessage& message) {
+    if (message.type != 2 || message.signature != "b" || message.body.size() != 4) return std::nullopt;
+    const std::uint32_t value = readUint32(message.body, 0, message.bigEndian);
+    if (value > 1) return std::nullopt;
+    return value == 1;
+}
 
 std::string sessionBusAddress() {
     if (const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS"); address != nullptr && *address != '\0') {
@@ -260,6 +447,7 @@ std::optional<std::string> unixSocketOf(const std::string& address) {
 }
 
 std::optional<bool> anyNameHasOwner(const std::string& address, const std::vector<std::string>& names) {
+    const SteadyClock::time_point deadline = SteadyClock::now() + kSessionBusDeadline;
     const std::optional<std::string> socketName = unixSocketOf(address);
     if (!socketName) return std::nullopt;
     sockaddr_un target{};
@@ -269,15 +457,11 @@ std::optional<bool> anyNameHasOwner(const std::string& address, const std::vecto
     const socklen_t length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + socketName->size() +
                                                     ((*socketName)[0] == '\0' ? 0 : 1));
 
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) return std::nullopt;
-    // A wedged bus must not hold the agent up.
-    timeval limit{2, 0};
-    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    Connection connection{::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), deadline, {}};
+    if (connection.fd < 0) return std::nullopt;
     std::optional<bool> result;
-    if (::connect(fd, reinterpret_cast<const sockaddr*>(&target), length) == 0) result = askDaemon(fd, names);
-    ::close(fd);
+    if (connectTo(connection, target, length)) result = askDaemon(connection, names);
+    ::close(connection.fd);
     return result;
 }
 

@@ -15,7 +15,6 @@ bool isBypassActive(const std::string& sessionId, const std::string& toolName) {
 }
 
 void enableBypass(const std::string& sessionId) {
-    platform::createDirectories(std::string(kScratchDirectory));
     platform::writeFile(bypassMarkerPath(sessionId), "");
 }
 

@@ -1,20 +1,51 @@
 #include "runtime/Dispatch.hpp"
 
+#include <csignal>
+#include <exception>
+#include <optional>
 #include <string>
 
 #include "claude/ClaudeEvents.hpp"
 #include "codex/CodexEvents.hpp"
 #include "grok/GrokEvents.hpp"
+#include "platform/Files.hpp"
 #include "platform/Streams.hpp"
+#include "runtime/Logging.hpp"
+#include "runtime/Paths.hpp"
 #include "text/Utf8.hpp"
 
 namespace AgentHook {
 
-int dispatch(int argc, const char* const* argv) {
-    const std::string agent = argc < 2 ? std::string() : text::lowercased(argv[1]);
+namespace {
+
+int runAgent(const std::string& agent) {
+    // Files there are created by name; a directory another user made first,
+    // or a link to elsewhere, would hand them our requests and answers.
+    if (const std::optional<std::string> problem = platform::makePrivateDirectory(std::string(kScratchDirectory))) {
+        platform::writeStandardError("agent-hook: " + *problem + "; leaving the decision to the agent\n");
+        return 0;
+    }
     if (agent == "claude") return Claude::run();
     if (agent == "codex") return Codex::run();
-    if (agent == "grok") return Grok::run();
+    return Grok::run();
+}
+
+}  // namespace
+
+int dispatch(int argc, const char* const* argv) {
+    const std::string agent = argc < 2 ? std::string() : text::lowercased(argv[1]);
+    if (agent == "claude" || agent == "codex" || agent == "grok") {
+        // A reader that went away must not kill the hook in the middle of a write.
+        std::signal(SIGPIPE, SIG_IGN);
+        try {
+            return runAgent(agent);
+        } catch (const std::exception& error) {
+            log(std::string("Internal error, leaving the decision to the agent: ") + error.what());
+        } catch (...) {
+            log("Internal error, leaving the decision to the agent");
+        }
+        return 0;
+    }
     // Standard input stays unread and the log untouched on this path.
     platform::writeStandardError("usage: agent-hook <claude|codex|grok>\n");
     return 64;

@@ -23,8 +23,7 @@ void logTo(std::string_view directory, std::string_view message) {
     platform::writeStandardError(line);
     const std::string path = std::string(directory) + "/debug.log";
     // The directory nearly always exists; create it only when the append fails.
-    if (!platform::appendToFile(path, line)) {
-        platform::createDirectories(std::string(directory));
+    if (!platform::appendToFile(path, line) && !platform::makePrivateDirectory(std::string(directory))) {
         platform::appendToFile(path, line);
     }
 }

@@ -20,6 +20,13 @@ bool isStopEvent(const std::optional<std::string>& hookEventName) {
 bool passesGates(const std::string& sessionId, const std::string& cwd, const std::optional<std::string>& hookEventName,
                  std::optional<bool> stopHookActive) {
     log("Event: " + hookEventName.value_or("nil") + " session=" + sessionId);
+    // The session id names files in the scratch directory: one that could
+    // lead out of it is never used.
+    if (sessionId.find('/') != std::string::npos || sessionId.find("..") != std::string::npos ||
+        sessionId.find('\0') != std::string::npos) {
+        log("Session id cannot name a file, leaving the decision to the agent");
+        return false;
+    }
     if (stopHookActive == true && !isStopEvent(hookEventName)) {
         log("Non-stop event with stop_hook_active=true, skipping");
         return false;

@@ -5,6 +5,10 @@
 namespace AgentHook::text {
 namespace {
 
+// The parser takes a NUL byte for the end of its input, so "{}" followed by a
+// NUL and anything at all would pass for an object. JSON text never holds one.
+bool hasNulByte(std::string_view bytes) { return bytes.find('\0') != std::string_view::npos; }
+
 bool writeValue(std::string& out, const Json& value, int indent, int depth) {
     const bool pretty = indent > 0;
     auto newline = [&](int level) {
@@ -109,6 +113,7 @@ std::optional<std::string> toPrettyJson(const Json& value) {
 }
 
 std::optional<Json> parseJson(std::string_view bytes) {
+    if (hasNulByte(bytes)) return std::nullopt;
     Json value = Json::parse(bytes.begin(), bytes.end(), nullptr, /*allow_exceptions=*/false);
     if (value.is_discarded()) return std::nullopt;
     return value;
@@ -179,6 +184,7 @@ private:
 }  // namespace
 
 std::optional<Json> parseJsonKeepingNumbers(std::string_view bytes) {
+    if (hasNulByte(bytes)) return std::nullopt;
     KeepingNumbers builder;
     if (!Json::sax_parse(bytes.begin(), bytes.end(), &builder, nlohmann::json::input_format_t::json, true)) {
         return std::nullopt;

@@ -83,7 +83,7 @@ WaitResult sendToVoxtrelAndWait(const VoxtrelRequest& request, const PollEnviron
     // Times are counted, not read from a clock, so tests drive the schedule.
     double elapsed = 0;
     int nextPoll = 0;
-    bool refusalLogged = false;
+    std::string lastRefusal;
     for (;;) {
         if (const std::optional<std::string> reason = withdrawalReason(environment)) {
             logTo(directory, *reason + " \xE2\x80\x94 dismissing session=" + request.sessionId + " and exiting");
@@ -106,10 +106,10 @@ WaitResult sendToVoxtrelAndWait(const VoxtrelRequest& request, const PollEnviron
                 return WaitResult{false, std::move(reply)};
             }
             // Someone else's file, or a link to one, is never the user's answer.
-            if (!refusal.empty() && !refusalLogged) {
+            if (!refusal.empty() && refusal != lastRefusal) {
                 logTo(directory, "Ignoring response file " + files.responseFile + ": " + refusal);
-                refusalLogged = true;
             }
+            lastRefusal = std::move(refusal);
             nextPoll += nextPoll < kFastPhaseSeconds ? 1 : 10;
         }
         const double pause = std::min(kWatchSeconds, nextPoll - elapsed);

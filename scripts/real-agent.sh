@@ -31,36 +31,35 @@ if [ ${#missing[@]} -gt 0 ]; then
   $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 fi
 
-prefix="$build/real-agent"
-claude="$prefix/node_modules/.bin/claude"
-installed=$("$claude" --version 2>/dev/null || true)
-if [ "${installed%% *}" != "$claude_version" ]; then
-  echo "real-agent: installing @anthropic-ai/claude-code@$claude_version into $prefix"
-  mkdir -p "$prefix"
-  npm install --prefix "$prefix" --no-audit --no-fund --save-exact "@anthropic-ai/claude-code@$claude_version"
-  # The package's postinstall puts the native binary in place of a stub; npm
-  # may be set up to skip install scripts, so run it when that happened.
-  if ! "$claude" --version >/dev/null 2>&1; then
-    (cd "$prefix/node_modules/@anthropic-ai/claude-code" && node install.cjs)
-  fi
-  installed=$("$claude" --version)
-  [ "${installed%% *}" = "$claude_version" ] || { echo "real-agent: got '$installed', wanted $claude_version" >&2; exit 1; }
-fi
-echo "real-agent: $installed"
+# The version number in what COMMAND --version prints ("2.1.197 (Claude Code)",
+# "codex-cli 0.169.0"); nothing when it does not run.
+version_of() { { "$1" --version 2>/dev/null || true; } | grep -oE '[0-9]+(\.[0-9]+)+' | head -n 1 || true; }
 
-# Codex's package pulls in the native binary for this platform as an optional
-# dependency; `codex --version` prints "codex-cli VERSION".
-codex_prefix="$build/real-agent-codex"
-codex="$codex_prefix/node_modules/.bin/codex"
-installed=$("$codex" --version 2>/dev/null || true)
-if [ "${installed##* }" != "$codex_version" ]; then
-  echo "real-agent: installing @openai/codex@$codex_version into $codex_prefix"
-  mkdir -p "$codex_prefix"
-  npm install --prefix "$codex_prefix" --no-audit --no-fund --save-exact "@openai/codex@$codex_version"
-  installed=$("$codex" --version)
-  [ "${installed##* }" = "$codex_version" ] || { echo "real-agent: got '$installed', wanted $codex_version" >&2; exit 1; }
-fi
-echo "real-agent: $installed"
+# Installs npm PACKAGE@VERSION into PREFIX unless its COMMAND there already
+# reports that version.
+install_agent() {
+  local prefix=$1 package=$2 version=$3 command=$4
+  if [ "$(version_of "$command")" != "$version" ]; then
+    echo "real-agent: installing $package@$version into $prefix"
+    mkdir -p "$prefix"
+    npm install --prefix "$prefix" --no-audit --no-fund --save-exact "$package@$version"
+    # Claude Code's postinstall puts the native binary in place of a stub; npm
+    # may be set up to skip install scripts, so run it when that happened.
+    # (Codex's package pulls its binary in as an optional dependency instead.)
+    if ! "$command" --version >/dev/null 2>&1 && [ -f "$prefix/node_modules/$package/install.cjs" ]; then
+      (cd "$prefix/node_modules/$package" && node install.cjs)
+    fi
+    local installed
+    installed=$(version_of "$command")
+    [ "$installed" = "$version" ] || { echo "real-agent: got '${installed:-nothing}', wanted $version" >&2; exit 1; }
+  fi
+  echo "real-agent: $("$command" --version)"
+}
+
+claude="$build/real-agent/node_modules/.bin/claude"
+codex="$build/real-agent-codex/node_modules/.bin/codex"
+install_agent "$build/real-agent" @anthropic-ai/claude-code "$claude_version" "$claude"
+install_agent "$build/real-agent-codex" @openai/codex "$codex_version" "$codex"
 
 cmake -B "$build" -S "$repo" -DREAL_AGENT_CLAUDE="$claude" -DREAL_AGENT_CODEX="$codex" >/dev/null
 cmake --build "$build" -j2 --target agent-hook agent-hook-companion

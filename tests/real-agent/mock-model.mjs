@@ -12,6 +12,9 @@
 //   node mock-model.mjs user-text LOG
 //       Prints every text block of every user turn the conversation sent, one
 //       JSON string a line (side calls left out).
+//   node mock-model.mjs requests LOG
+//       Prints the requests of the log, and the last user turn of each
+//       conversation request, for a failed test's output.
 //
 // The conversation is told apart from Claude Code's side calls (titles, quota
 // probes, topic checks) by its tool list: only the main loop offers Bash.
@@ -19,8 +22,7 @@
 // whether its last user turn is Stop hook feedback), so a retried request gets
 // the same answer.
 
-import http from 'node:http';
-import fs from 'node:fs';
+import { eventStream, printOnce, printRequests, readLog, runCommand, sendJson, serve, serveArgs, textOf } from './mock-common.mjs';
 
 // The tool calls of each scenario, one per model turn, in order. A turn after
 // the last call's result, or after Stop hook feedback, gets a short text.
@@ -76,15 +78,6 @@ function planFile(body) {
   const found = JSON.stringify(body.messages ?? []).match(/(\/[^"\s]*\/\.claude\/plans\/[^"\s]*?\.md)/);
   if (!found) throw new Error('no plan file named in the conversation');
   return found[1];
-}
-
-function parseArgs(argv) {
-  const options = {};
-  for (let i = 0; i < argv.length; i += 2) {
-    if (!argv[i].startsWith('--') || i + 1 >= argv.length) throw new Error(`bad argument ${argv[i]}`);
-    options[argv[i].slice(2)] = argv[i + 1];
-  }
-  return options;
 }
 
 const blocksOf = (message) =>
@@ -153,12 +146,7 @@ function messageShell(body) {
 }
 
 function sendStream(response, body, reply) {
-  response.writeHead(200, {
-    'content-type': 'text/event-stream',
-    'cache-control': 'no-cache',
-    'request-id': `req_mock_${messageCount}`,
-  });
-  const event = (type, data) => response.write(`event: ${type}\ndata: ${JSON.stringify({ type, ...data })}\n\n`);
+  const event = eventStream(response, { 'request-id': `req_mock_${messageCount}` });
   event('message_start', { message: messageShell(body) });
   reply.blocks.forEach((block, index) => {
     if (block.type === 'text') {
@@ -175,122 +163,55 @@ function sendStream(response, body, reply) {
   response.end();
 }
 
-function sendJson(response, status, value) {
-  response.writeHead(status, { 'content-type': 'application/json' });
-  response.end(JSON.stringify(value));
+function answer({ method, path, body, scenario }, response) {
+  if (method === 'POST' && path === '/v1/messages/count_tokens') {
+    return sendJson(response, 200, { input_tokens: 100 });
+  }
+  if (method === 'POST' && path === '/v1/messages') {
+    const reply = replyTo(body ?? {}, scenario);
+    const send = () => {
+      if (body?.stream) return sendStream(response, body, reply);
+      const message = messageShell(body ?? {});
+      message.content = reply.blocks;
+      message.stop_reason = reply.stop;
+      return sendJson(response, 200, message);
+    };
+    return setTimeout(send, isConversation(body) ? thinkingMs[scenario] ?? 0 : 0);
+  }
+  // Anything else (account and feature probes) gets an empty success, which
+  // Claude Code treats as "nothing to report".
+  return sendJson(response, path.startsWith('/v1/') ? 404 : 200, path.startsWith('/v1/')
+    ? { type: 'error', error: { type: 'not_found_error', message: `no mock for ${path}` } }
+    : {});
 }
 
-function serve(options) {
-  const scenario = options.scenario;
-  if (!(scenario in scenarios)) throw new Error(`unknown scenario ${scenario}`);
-  const logFile = options.log;
-  const server = http.createServer((request, response) => {
-    const chunks = [];
-    request.on('data', (chunk) => chunks.push(chunk));
-    request.on('end', () => {
-      const raw = Buffer.concat(chunks).toString('utf8');
-      let body = null;
-      try {
-        body = raw ? JSON.parse(raw) : null;
-      } catch {
-        body = raw;
-      }
-      const path = new URL(request.url, 'http://127.0.0.1').pathname;
-      fs.appendFileSync(
-        logFile,
-        JSON.stringify({ time: new Date().toISOString(), method: request.method, url: request.url, body }) + '\n',
-      );
-      if (request.method === 'POST' && path === '/v1/messages/count_tokens') {
-        return sendJson(response, 200, { input_tokens: 100 });
-      }
-      if (request.method === 'POST' && path === '/v1/messages') {
-        let reply;
-        try {
-          reply = replyTo(body ?? {}, scenario);
-        } catch (error) {
-          console.error(`mock: cannot answer: ${error.message}`);
-          return sendJson(response, 500, { type: 'error', error: { type: 'api_error', message: error.message } });
-        }
-        const send = () => {
-          if (body?.stream) return sendStream(response, body, reply);
-          const message = messageShell(body ?? {});
-          message.content = reply.blocks;
-          message.stop_reason = reply.stop;
-          return sendJson(response, 200, message);
-        };
-        return setTimeout(send, isConversation(body) ? thinkingMs[scenario] ?? 0 : 0);
-      }
-      // Anything else (account and feature probes) gets an empty success, which
-      // Claude Code treats as "nothing to report".
-      return sendJson(response, path.startsWith('/v1/') ? 404 : 200, path.startsWith('/v1/')
-        ? { type: 'error', error: { type: 'not_found_error', message: `no mock for ${path}` } }
-        : {});
-    });
-  });
-  server.listen(0, '127.0.0.1', () => {
-    fs.writeFileSync(options['port-file'], String(server.address().port));
-  });
-  const stop = () => server.close(() => process.exit(0));
-  process.on('SIGTERM', stop);
-  process.on('SIGINT', stop);
-}
+const failure = (message) => ({ type: 'error', error: { type: 'api_error', message } });
 
-function readLog(file) {
-  return fs
-    .readFileSync(file, 'utf8')
-    .split('\n')
-    .filter(Boolean)
-    .map((line) => JSON.parse(line));
-}
-
-const conversationRequests = (file) =>
-  readLog(file).filter((entry) => entry.method === 'POST' && isConversation(entry.body));
+// The blocks of every user turn of the conversation, request after request.
+const userBlocks = (file) =>
+  readLog(file)
+    .filter((entry) => entry.method === 'POST' && isConversation(entry.body))
+    .flatMap((entry) => (entry.body.messages ?? []).filter((message) => message.role === 'user'))
+    .flatMap(blocksOf);
 
 function toolResult(file, id) {
-  for (const entry of conversationRequests(file)) {
-    for (const message of entry.body.messages ?? []) {
-      if (message.role !== 'user') continue;
-      for (const block of blocksOf(message)) {
-        if (block.type !== 'tool_result' || block.tool_use_id !== id) continue;
-        const text = typeof block.content === 'string'
-          ? block.content
-          : (block.content ?? []).filter((part) => part.type === 'text').map((part) => part.text).join('\n');
-        console.log(JSON.stringify({ is_error: block.is_error === true, text }));
-        return 0;
-      }
-    }
-  }
-  return 1;
-}
-
-function userTexts(file) {
-  const seen = new Set();
-  for (const entry of conversationRequests(file)) {
-    for (const message of entry.body.messages ?? []) {
-      if (message.role !== 'user') continue;
-      for (const block of blocksOf(message)) {
-        if (block.type !== 'text' || seen.has(block.text)) continue;
-        seen.add(block.text);
-        console.log(JSON.stringify(block.text));
-      }
-    }
-  }
+  const block = userBlocks(file).find((block) => block.type === 'tool_result' && block.tool_use_id === id);
+  if (!block) return 1;
+  console.log(JSON.stringify({ is_error: block.is_error === true, text: textOf(block.content) }));
   return 0;
 }
 
-const [command, ...rest] = process.argv.slice(2);
-if (command === 'serve') {
-  serve(parseArgs(rest));
-} else if (command === 'tool-result' && rest.length === 2) {
-  process.exit(toolResult(rest[0], rest[1]));
-} else if (command === 'tool-id' && rest.length === 1 && rest[0] in scenarios) {
-  console.log(checkedToolUseId(rest[0]));
-} else if (command === 'user-text' && rest.length === 1) {
-  process.exit(userTexts(rest[0]));
-} else {
-  console.error('usage: mock-model.mjs serve --scenario NAME --log FILE --port-file FILE\n' +
-    '       mock-model.mjs tool-result LOG TOOL_USE_ID\n' +
-    '       mock-model.mjs tool-id SCENARIO\n' +
-    '       mock-model.mjs user-text LOG');
-  process.exit(2);
-}
+const userTexts = (file) => userBlocks(file).filter((block) => block.type === 'text').map((block) => block.text);
+
+const describeRequest = (body) =>
+  isConversation(body)
+    ? { tag: ' (conversation)', lines: [`last user turn: ${JSON.stringify(lastUserTurn(body)).slice(0, 1500)}`] }
+    : {};
+
+runCommand('mock-model.mjs', {
+  serve: { args: serveArgs, run: (...argv) => serve(argv, { scenarios, answer, failure }) },
+  'tool-result': { args: 'LOG TOOL_USE_ID', run: toolResult },
+  'tool-id': { args: 'SCENARIO', accepts: (scenario) => scenario in scenarios, run: (scenario) => console.log(checkedToolUseId(scenario)) },
+  'user-text': { args: 'LOG', run: (log) => printOnce(userTexts(log)) },
+  requests: { args: 'LOG', run: (log) => printRequests(log, describeRequest) },
+});

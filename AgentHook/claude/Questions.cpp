@@ -1,6 +1,5 @@
 #include "claude/Questions.hpp"
 
-#include "platform/Streams.hpp"
 #include "text/Utf8.hpp"
 
 namespace AgentHook::Claude {
@@ -43,7 +42,7 @@ std::optional<std::string> preToolUseDecisionJson(PreToolUseDecision decision,
 }
 
 void emitPreToolUseDecision(PreToolUseDecision decision, const std::optional<Json>& updatedInput) {
-    if (const auto bytes = preToolUseDecisionJson(decision, updatedInput)) platform::writeStandardOutput(*bytes);
+    emitDecision(preToolUseDecisionJson(decision, updatedInput));
 }
 
 Json answeredToolInput(const std::vector<ElicitationQuestion>& questions, std::string_view reply) {

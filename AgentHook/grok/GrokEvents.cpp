@@ -4,7 +4,6 @@
 #include "grok/GrokTranscript.hpp"
 #include "platform/Clock.hpp"
 #include "platform/Environment.hpp"
-#include "platform/Streams.hpp"
 #include "runtime/Logging.hpp"
 #include "runtime/Run.hpp"
 #include "text/Utf8.hpp"
@@ -47,7 +46,7 @@ std::optional<std::string> preToolUseDecisionJson(const PermissionResponse& resp
 }
 
 void emitPreToolUseDecision(const PermissionResponse& response) {
-    if (const auto bytes = preToolUseDecisionJson(response)) platform::writeStandardOutput(*bytes);
+    emitDecision(preToolUseDecisionJson(response));
 }
 
 int handlePreToolUse(const HookInput& input) {

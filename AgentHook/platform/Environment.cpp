@@ -55,7 +55,8 @@ std::string applicationSupportDirectory() {
     const std::string home = homeDirectory();
     return home.empty() ? std::string() : home + "/Library/Application Support";
 #else
-    if (const char* data = std::getenv("XDG_DATA_HOME"); data != nullptr && *data != '\0') return data;
+    // A relative path is not a base directory and is ignored, as for every XDG variable.
+    if (const char* data = std::getenv("XDG_DATA_HOME"); data != nullptr && *data == '/') return data;
     const std::string home = homeDirectory();
     return home.empty() ? std::string() : home + "/.local/share";
 #endif

@@ -13,7 +13,7 @@ std::optional<std::string> environmentValue(const char* name);
 std::string homeDirectory();
 
 // Where per-user application data lives: "~/Library/Application Support" on
-// macOS; XDG_DATA_HOME (when set and not empty) or "~/.local/share" elsewhere.
+// macOS; XDG_DATA_HOME (when set to an absolute path) or "~/.local/share" elsewhere.
 // "" when no home directory can be found.
 std::string applicationSupportDirectory();
 

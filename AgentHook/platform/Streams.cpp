@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -46,9 +47,18 @@ std::optional<std::string> readAll(int fd) {
 
 std::string readStandardInput() { return readAll(STDIN_FILENO).value_or(std::string()); }
 
-void writeStandardOutput(std::string_view bytes) { writeAll(STDOUT_FILENO, bytes); }
+bool writeStandardOutput(std::string_view bytes) { return writeAll(STDOUT_FILENO, bytes); }
 
 void writeStandardError(std::string_view bytes) { writeAll(STDERR_FILENO, bytes); }
+
+void keepStandardStreamsOpen() {
+    for (int fd = 0; fd <= 2; ++fd) {
+        if (::fcntl(fd, F_GETFD) != -1 || errno != EBADF) continue;
+        // open() takes the lowest free number: this one.
+        const int opened = ::open("/dev/null", fd == 0 ? O_RDONLY : O_WRONLY);
+        if (opened != fd && opened >= 0) ::close(opened);
+    }
+}
 
 bool standardOutputCanHangUp() {
     struct stat info;

@@ -15,8 +15,14 @@ bool writeAll(int fd, std::string_view bytes);
 std::optional<std::string> readAll(int fd);
 
 std::string readStandardInput();
-void writeStandardOutput(std::string_view bytes);
+// False (errno set) when the reader is gone or the stream is closed.
+bool writeStandardOutput(std::string_view bytes);
 void writeStandardError(std::string_view bytes);
+
+// Opens the null device on any of the three standard descriptors that is
+// closed, so that no file the program opens later takes its number (and
+// receives log lines or a decision meant for the agent).
+void keepStandardStreamsOpen();
 
 // True when standard output is a socket or a pipe, the only kinds that hang
 // up when the reader goes away.

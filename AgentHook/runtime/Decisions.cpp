@@ -1,5 +1,6 @@
 #include "runtime/Decisions.hpp"
 
+#include "platform/Files.hpp"
 #include "platform/Streams.hpp"
 #include "runtime/Logging.hpp"
 #include "text/Json.hpp"
@@ -22,13 +23,17 @@ std::optional<std::string> stopHookDecisionJson(std::string_view reason) {
     return text::toCompactJson(output);
 }
 
-void emitPermissionDecision(const PermissionResponse& response) {
-    if (const auto bytes = permissionDecisionJson(response)) platform::writeStandardOutput(*bytes);
+void emitDecision(const std::optional<std::string>& bytes) {
+    if (bytes && !platform::writeStandardOutput(*bytes)) {
+        log("Failed to write the decision to standard output: " + platform::lastErrorDescription());
+    }
 }
+
+void emitPermissionDecision(const PermissionResponse& response) { emitDecision(permissionDecisionJson(response)); }
 
 void emitStopHookDecision(std::string_view reason) {
     log("Stop: relaying voice response via decision=block reason");
-    if (const auto bytes = stopHookDecisionJson(reason)) platform::writeStandardOutput(*bytes);
+    emitDecision(stopHookDecisionJson(reason));
 }
 
 }  // namespace AgentHook

@@ -19,6 +19,10 @@ struct PermissionResponse {
 std::optional<std::string> permissionDecisionJson(const PermissionResponse& response);
 std::optional<std::string> stopHookDecisionJson(std::string_view reason);
 
+// Writes a decision's bytes to standard output in one write; nothing for
+// none. A write that fails (the agent closed its end) is logged.
+void emitDecision(const std::optional<std::string>& bytes);
+
 void emitPermissionDecision(const PermissionResponse& response);
 void emitStopHookDecision(std::string_view reason);
 

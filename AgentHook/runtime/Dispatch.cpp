@@ -37,6 +37,7 @@ int dispatch(int argc, const char* const* argv) {
     if (agent == "claude" || agent == "codex" || agent == "grok") {
         // A reader that went away must not kill the hook in the middle of a write.
         std::signal(SIGPIPE, SIG_IGN);
+        platform::keepStandardStreamsOpen();
         try {
             return runAgent(agent);
         } catch (const std::exception& error) {

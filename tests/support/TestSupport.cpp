@@ -123,6 +123,11 @@ void makeOutput(Output output, int out[2]) {
         case Output::pipe:
             if (::pipe2(out, O_CLOEXEC) == 0) return;
             break;
+        case Output::readerGone:
+            if (::pipe2(out, O_CLOEXEC) != 0) break;
+            ::close(out[0]);
+            out[0] = -1;
+            return;
         case Output::socket: {
             int pair[2];
             if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) break;

@@ -96,4 +96,9 @@ TEST(JsonReader, RejectsWhatIsNotJson) {
         EXPECT_FALSE(parseJson(bad).has_value()) << bad;
     }
     EXPECT_TRUE(parseJson(" {\"a\":[1,2]} \n").has_value());
+    // Bytes after the object, hidden behind a NUL, make it no object at all.
+    for (const std::string& trailing : {std::string("{}\0garbage", 10), std::string("{}\0", 3), std::string("{\"a\0\":1}", 9)}) {
+        EXPECT_FALSE(parseJson(trailing).has_value());
+        EXPECT_FALSE(parseJsonKeepingNumbers(trailing).has_value());
+    }
 }

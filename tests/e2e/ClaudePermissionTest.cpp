@@ -203,34 +203,3 @@ TEST_F(ClaudePermission, ASettingsFileOfAnotherShapeIsLeftByteForByte) {
         ::unlink(autoAcceptFile("Bash").c_str());  // "always" stored "*" for the session
     }
 }
-
-TEST_F(ClaudePermission, AnswersGivenAtTheSameMomentKeepEachOthersRules) {
-    // Several sessions of one project answer "always" together, each with a rule of its own.
-    constexpr int kHooks = 6;
-    std::vector<std::string> sessions;
-    std::vector<RunningProcess> hooks;
-    for (int i = 0; i < kHooks; ++i) {
-        sessions.push_back(session_ + "-" + std::to_string(i));
-        const std::string rules = R"([{"type":"addRules","behavior":"allow","rules":[{"toolName":"Bash","ruleContent":"job)" +
-                                  std::to_string(i) + R"(:*"}]}])";
-        hooks.push_back(start(AGENT_HOOK_PROGRAM, {"claude"}, environment_.build(), true,
-                              event("Bash", R"({"command":"job"})", rules, sessions.back())));
-    }
-    std::vector<std::string> responses;
-    for (int attempt = 0; attempt < 2000 && responses.size() < kHooks; ++attempt) {
-        responses.clear();
-        for (const std::string& payload : payloadsIn(inboxOf(environment_))) {
-            responses.push_back(*AgentHook::decodeInboxPayload(payload)->responseFile);
-        }
-        ::usleep(5000);
-    }
-    ASSERT_EQ(responses.size(), static_cast<std::size_t>(kHooks));
-    for (const std::string& response : responses) writeText(response, "always");
-    for (RunningProcess& hook : hooks) EXPECT_EQ(finish(hook).out, kAllow);
-
-    const std::string settings = readText(settingsFile());
-    for (int i = 0; i < kHooks; ++i) {
-        EXPECT_NE(settings.find("\"Bash(job" + std::to_string(i) + ":*)\""), std::string::npos) << settings;
-        removeSessionFiles(sessions[i]);
-    }
-}

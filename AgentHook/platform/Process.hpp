@@ -16,10 +16,11 @@ struct CapturedRun {
 
 // Runs `executable` (an absolute path) with `arguments`, standard error on the
 // null device, in a process group of its own, and collects its standard
-// output. Nothing when it cannot start, or when it has not both closed its
-// output and exited within `limit` (measured on a steady clock): then the
-// whole group is killed and the child reaped before this returns. Waits
-// interrupted by a signal are resumed within the same limit.
+// output. Nothing when it cannot start or be waited for, or when it has not
+// both closed its output and exited within `limit` (measured on a steady
+// clock) or writes more than a mebibyte: then the whole group is killed and
+// the child reaped before this returns. Waits interrupted by a signal are
+// resumed within the same limit.
 std::optional<CapturedRun> runCapturingOutput(const std::string& executable,
                                               const std::vector<std::string>& arguments,
                                               std::chrono::milliseconds limit = std::chrono::seconds(2));

@@ -12,6 +12,9 @@ std::int64_t unixSeconds();
 // Seconds since 1970-01-01 00:00 UTC, with their fraction.
 double nowSeconds();
 
+// Seconds on a clock that never jumps (for deadlines), with their fraction.
+double steadySeconds();
+
 // The current time as "2026-11-16T20:06:55Z" (UTC, whole seconds).
 std::string isoTimestampUtc();
 

@@ -1,5 +1,7 @@
 #include "platform/Process.hpp"
 
+#include "platform/Streams.hpp"
+
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -9,6 +11,8 @@
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "platform/Streams.hpp"
 
 extern char** environ;
 
@@ -109,12 +113,7 @@ std::optional<std::string> readUntil(int fd, SteadyClock::time_point deadline) {
         if (n == 0) return output;
         if (errno == EINTR) continue;
         if (errno != EAGAIN && errno != EWOULDBLOCK) return std::nullopt;
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - SteadyClock::now());
-        if (left.count() <= 0) return std::nullopt;
-        pollfd watched{fd, POLLIN, 0};
-        const int ready =
-            ::poll(&watched, 1, static_cast<int>(std::min<std::chrono::milliseconds::rep>(left.count(), 60'000)));
-        if (ready < 0 && errno != EINTR) return std::nullopt;
+        if (!waitUntilReady(fd, POLLIN, deadline)) return std::nullopt;
     }
 }
 

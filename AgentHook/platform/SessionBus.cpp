@@ -1,5 +1,7 @@
 #include "platform/SessionBus.hpp"
 
+#include "platform/Streams.hpp"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -10,6 +12,7 @@
 #include <unistd.h>
 
 #include "platform/Files.hpp"
+#include "platform/Streams.hpp"
 #include "text/Utf8.hpp"
 
 
@@ -178,19 +181,6 @@ char headerFieldType(unsigned char code) {
 
 // ---- Talking to the bus under one deadline ------------------------------
 
-// Waits until `fd` is ready for `events` (or has hung up or failed: the next
-// call on it tells which). False once `deadline` has passed.
-bool awaitReady(int fd, short events, SteadyClock::time_point deadline) {
-    for (;;) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - SteadyClock::now());
-        if (left.count() <= 0) return false;
-        pollfd watched{fd, events, 0};
-        const int ready = ::poll(&watched, 1, static_cast<int>(left.count()));
-        if (ready > 0) return true;
-        if (ready < 0 && errno != EINTR) return false;
-    }
-}
-
 // Sleeps a few milliseconds, never past `deadline`. False once it has passed.
 bool pauseBriefly(SteadyClock::time_point deadline) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - SteadyClock::now());
@@ -219,7 +209,7 @@ bool connectTo(Connection& connection, const sockaddr_un& target, socklen_t leng
         if (errno != EINPROGRESS && errno != EINTR) return false;
         break;
     }
-    if (!awaitReady(connection.fd, POLLOUT, connection.deadline)) return false;
+    if (!waitUntilReady(connection.fd, POLLOUT, connection.deadline)) return false;
     int error = 0;
     socklen_t size = sizeof error;
     return ::getsockopt(connection.fd, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
@@ -235,7 +225,7 @@ bool sendAll(Connection& connection, std::string_view bytes) {
         }
         if (errno == EINTR) continue;
         if (errno != EAGAIN && errno != EWOULDBLOCK) return false;
-        if (!awaitReady(connection.fd, POLLOUT, connection.deadline)) return false;
+        if (!waitUntilReady(connection.fd, POLLOUT, connection.deadline)) return false;
     }
     return true;
 }
@@ -255,7 +245,7 @@ bool receiveMore(Connection& connection) {
         if (n == 0) return false;
         if (errno == EINTR) continue;
         if (errno != EAGAIN && errno != EWOULDBLOCK) return false;
-        if (!awaitReady(connection.fd, POLLIN, connection.deadline)) return false;
+        if (!waitUntilReady(connection.fd, POLLIN, connection.deadline)) return false;
     }
 }
 

@@ -75,9 +75,9 @@ void waitForWakeup(double seconds) {
     pollfd watched[2] = {{wakePipe[0], POLLIN, 0}, {-1, 0, 0}};
     // Only a socket or a pipe can hang up; a terminal or a file never means the agent left.
     if (standardOutputCanHangUp()) watched[1].fd = STDOUT_FILENO;
-    const double deadline = nowSeconds() + seconds;
+    const double deadline = steadySeconds() + seconds;
     for (;;) {
-        const double left = deadline - nowSeconds();
+        const double left = deadline - steadySeconds();
         if (left <= 0) return;
         const int ready = ::poll(watched, 2, static_cast<int>(left * 1000) + 1);
         if (ready != 0 && !(ready < 0 && errno == EINTR)) return;

@@ -45,6 +45,17 @@ std::optional<std::string> readAll(int fd) {
     return bytes;
 }
 
+bool waitUntilReady(int fd, short events, std::chrono::steady_clock::time_point deadline) {
+    for (;;) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0) return false;
+        pollfd watched{fd, events, 0};
+        const int ready = ::poll(&watched, 1, static_cast<int>(std::min<std::chrono::milliseconds::rep>(left.count(), 60'000)));
+        if (ready > 0) return true;
+        if (ready < 0 && errno != EINTR) return false;
+    }
+}
+
 std::string readStandardInput() { return readAll(STDIN_FILENO).value_or(std::string()); }
 
 bool writeStandardOutput(std::string_view bytes) { return writeAll(STDOUT_FILENO, bytes); }

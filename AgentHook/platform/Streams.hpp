@@ -1,6 +1,7 @@
 // Raw descriptor input and output, unbuffered.
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,6 +14,10 @@ bool writeAll(int fd, std::string_view bytes);
 
 // Reads `fd` to end of file; nothing when a read fails.
 std::optional<std::string> readAll(int fd);
+
+// Waits until `fd` is ready for `events` (or has hung up or failed: the next
+// call on it tells which), retrying after signals. False once `deadline` has passed.
+bool waitUntilReady(int fd, short events, std::chrono::steady_clock::time_point deadline);
 
 std::string readStandardInput();
 // False (errno set) when the reader is gone or the stream is closed.

@@ -1,6 +1,5 @@
 #include "platform/Process.hpp"
 
-#include "platform/Streams.hpp"
 
 #include <algorithm>
 #include <cerrno>

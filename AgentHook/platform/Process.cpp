@@ -1,6 +1,5 @@
 #include "platform/Process.hpp"
 
-
 #include <algorithm>
 #include <cerrno>
 #include <csignal>

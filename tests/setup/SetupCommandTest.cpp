@@ -1,0 +1,181 @@
+// The command line, --dry-run's diff and status.
+#include <nlohmann/json.hpp>
+#include <ostream>
+
+#include "SetupRun.hpp"
+
+namespace {
+
+using setuptest::SetupHome;
+using testsupport::exists;
+using testsupport::readText;
+using testsupport::writeText;
+
+class SetupUsage : public ::testing::TestWithParam<std::vector<std::string>> {};
+
+TEST_P(SetupUsage, UsageLineAndStatus64) {
+    SetupHome home;
+    const testsupport::Finished run = home.run(GetParam(), false);
+    EXPECT_EQ(run.status, 64);
+    EXPECT_EQ(run.out, "");
+    EXPECT_NE(run.err.find("\nusage: agent-hook-setup install|uninstall"), std::string::npos) << run.err;
+    EXPECT_FALSE(exists(home.home + "/.claude"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Arguments, SetupUsage,
+    ::testing::Values(std::vector<std::string>{}, std::vector<std::string>{"frobnicate"},
+                      std::vector<std::string>{"install"}, std::vector<std::string>{"install", "emacs"},
+                      std::vector<std::string>{"install", "claude", "codex"},
+                      std::vector<std::string>{"install", "claude", "--json"},
+                      std::vector<std::string>{"status", "--dry-run"},
+                      std::vector<std::string>{"install", "claude", "--project"},
+                      std::vector<std::string>{"install", "claude", "--hook="},
+                      std::vector<std::string>{"uninstall", "all", "--force"}));
+
+TEST(SetupCommandLine, HelpAndVersion) {
+    SetupHome home;
+    for (const char* flag : {"--help", "-h"}) {
+        const testsupport::Finished help = home.run({"install", flag}, false);
+        EXPECT_EQ(help.status, 0);
+        EXPECT_EQ(help.out.rfind("usage: agent-hook-setup", 0), 0u) << help.out;
+        EXPECT_NE(help.out.find("--dry-run"), std::string::npos);
+    }
+    const testsupport::Finished version = home.run({"--version"}, false);
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.out.rfind("agent-hook-setup ", 0), 0u) << version.out;
+    EXPECT_FALSE(exists(home.home + "/.claude"));
+}
+
+TEST(SetupCommandLine, ProjectConfigurationInsteadOfTheUsers) {
+    SetupHome home;
+    const std::string project = home.dir.file("project");
+    testsupport::makeDirectories(project);
+    ASSERT_EQ(home.run({"install", "all", "--project", project}).status, 0);
+    for (const char* file : {"/.claude/settings.json", "/.codex/hooks.json", "/.grok/hooks/agent-hook.json"}) {
+        EXPECT_NE(readText(project + file).find(home.hook), std::string::npos) << file;
+    }
+    EXPECT_FALSE(exists(home.home + "/.claude"));
+    EXPECT_FALSE(exists(home.home + "/.codex"));
+    EXPECT_EQ(home.run({"install", "claude", "--project", home.dir.file("missing")}).status, 1);
+}
+
+TEST(SetupCommandLine, CodexInstallSaysHowToTrustTheHooks) {
+    SetupHome home;
+    const testsupport::Finished run = home.run({"install", "codex"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.out.find("Trust all and continue"), std::string::npos) << run.out;
+    EXPECT_EQ(home.run({"install", "codex"}).out.find("Trust all"), std::string::npos);
+}
+
+// The dry run's diff, byte for byte as `diff -u` prints it, and nothing written.
+TEST(SetupDryRun, ShowsTheChangeAsDiffUWouldAndWritesNothing) {
+    SetupHome home;
+    const std::string path = home.home + "/.claude/settings.json";
+    testsupport::makeDirectories(home.home + "/.claude");
+    const std::string original =
+        "{\n  \"model\": \"opus\",\n  \"hooks\": {\n    \"Stop\": [\n      {\n        \"hooks\": [\n          {\n"
+        "            \"type\": \"command\",\n            \"command\": \"/old/agent-hook claude\"\n          }\n"
+        "        ]\n      }\n    ]\n  },\n  \"a\": 1,\n  \"b\": 2,\n  \"c\": 3,\n  \"d\": 4,\n  \"e\": 5,\n"
+        "  \"f\": 6,\n  \"g\": 7,\n  \"h\": 8\n}";
+    writeText(path, original);
+    ASSERT_EQ(home.run({"install", "claude"}).status, 0);
+    const std::string installed = readText(path);
+    writeText(path, original);
+    ::unlink((path + ".agent-hook.bak").c_str());
+
+    const testsupport::Finished dry = home.run({"install", "claude", "--dry-run"});
+    ASSERT_EQ(dry.status, 0) << dry.err;
+    EXPECT_EQ(readText(path), original);
+    EXPECT_FALSE(exists(path + ".agent-hook.bak"));
+
+    writeText(home.dir.file("after"), installed);
+    testsupport::RunningProcess diff = testsupport::start(
+        "/usr/bin/diff", {"-u", "--label", path, "--label", path, path, home.dir.file("after")}, {"PATH=/usr/bin:/bin"});
+    EXPECT_EQ(dry.out, testsupport::finish(diff).out);
+
+    const testsupport::Finished fresh = home.run({"install", "grok", "--dry-run"});
+    EXPECT_EQ(fresh.out.rfind("--- /dev/null\n+++ " + home.home + "/.grok/hooks/agent-hook.json\n@@ -0,0 +1,", 0), 0u)
+        << fresh.out;
+    EXPECT_FALSE(exists(home.home + "/.grok"));
+}
+
+nlohmann::json statusJson(const testsupport::Finished& run) {
+    nlohmann::json report = nlohmann::json::parse(run.out, nullptr, false);
+    EXPECT_FALSE(report.is_discarded()) << run.out;
+    return report;
+}
+
+TEST(SetupStatus, HealthyWhenEverythingRegisteredWorks) {
+    SetupHome home;
+    const testsupport::Finished nothing = home.run({"status"});
+    EXPECT_EQ(nothing.status, 0) << nothing.out;
+    EXPECT_NE(nothing.out.find("not registered"), std::string::npos);
+
+    ASSERT_EQ(home.run({"install", "claude"}).status, 0);
+    const testsupport::Finished text = home.run({"status"});
+    EXPECT_EQ(text.status, 0) << text.out;
+    EXPECT_NE(text.out.find("Claude Code  registered, healthy"), std::string::npos) << text.out;
+    const nlohmann::json report = statusJson(home.run({"status", "--json"}));
+    ASSERT_TRUE(report.is_object());
+    EXPECT_EQ(report["healthy"], true);
+    EXPECT_EQ(report["agents"][0]["agent"], "claude");
+    EXPECT_EQ(report["agents"][0]["registered"], true);
+    EXPECT_EQ(report["agents"][0]["entries"].size(), 5u);
+    EXPECT_EQ(report["agents"][1]["registered"], false);
+    EXPECT_EQ(report["app"]["running"], false);
+}
+
+struct Unhealthy {
+    const char* label;
+    std::string settings;  // @HOOK@ is the fake agent-hook
+    std::string problem;
+};
+
+void PrintTo(const Unhealthy& c, std::ostream* out) { *out << c.label; }
+
+class SetupStatusProblems : public ::testing::TestWithParam<Unhealthy> {};
+
+TEST_P(SetupStatusProblems, ReportedAndStatus1) {
+    SetupHome home;
+    testsupport::makeDirectories(home.home + "/.claude");
+    writeText(home.home + "/.claude/settings.json", setuptest::withHook(GetParam().settings, home.hook));
+    const testsupport::Finished text = home.run({"status", "claude"});
+    EXPECT_EQ(text.status, 1);
+    EXPECT_NE(text.out.find(GetParam().problem), std::string::npos) << text.out;
+    const nlohmann::json report = statusJson(home.run({"status", "claude", "--json"}));
+    EXPECT_EQ(report["healthy"], false);
+}
+
+std::string claudeWith(const std::string& stopHook, const char* permissionMatcher = "*") {
+    std::string settings = R"({"hooks": {"Stop": [{"hooks": [)" + stopHook + R"(]}])";
+    for (const char* event : {"UserPromptSubmit", "Notification"}) {
+        settings += std::string(R"(, ")") + event +
+                    R"(": [{"hooks": [{"type": "command", "command": "@HOOK@ claude", "timeout": 1860}]}])";
+    }
+    settings += std::string(R"(, "PermissionRequest": [{"matcher": ")") + permissionMatcher +
+                R"(", "hooks": [{"type": "command", "command": "@HOOK@ claude", "timeout": 1860}]}])";
+    settings += R"(, "PreToolUse": [{"matcher": "AskUserQuestion", "hooks": [{"type": "command", "command": "@HOOK@ claude", "timeout": 1860}]}]}})";
+    return settings;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Entries, SetupStatusProblems,
+    ::testing::Values(
+        Unhealthy{"ShortTimeout", claudeWith(R"({"type": "command", "command": "@HOOK@ claude", "timeout": 600})"),
+                  "timeout 600 s is shorter than 1860 s"},
+        Unhealthy{"NoTimeout", claudeWith(R"({"type": "command", "command": "@HOOK@ claude"})"), "no timeout"},
+        Unhealthy{"MissingProgram",
+                  claudeWith(R"({"type": "command", "command": "/nowhere/agent-hook claude", "timeout": 1860})"),
+                  "/nowhere/agent-hook does not exist"},
+        Unhealthy{"NotAbsolute", claudeWith(R"({"type": "command", "command": "agent-hook claude", "timeout": 1860})"),
+                  "is not an absolute path"},
+        Unhealthy{"WrongMatcher",
+                  claudeWith(R"({"type": "command", "command": "@HOOK@ claude", "timeout": 1860})", "Bash"),
+                  "matcher \"Bash\" where \"*\" is recommended"},
+        Unhealthy{"MissingEvents",
+                  R"({"hooks": {"Stop": [{"hooks": [{"type": "command", "command": "@HOOK@ claude", "timeout": 1860}]}]}})",
+                  "missing    UserPromptSubmit, PermissionRequest, PreToolUse, Notification"}),
+    [](const ::testing::TestParamInfo<Unhealthy>& info) { return std::string(info.param.label); });
+
+}  // namespace

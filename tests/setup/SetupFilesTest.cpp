@@ -1,0 +1,357 @@
+// install, install again and uninstall on real configuration files, bytes compared.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <optional>
+#include <ostream>
+
+#include "SetupRun.hpp"
+
+namespace {
+
+using setuptest::SetupHome;
+using setuptest::withHook;
+using testsupport::exists;
+using testsupport::readText;
+using testsupport::writeText;
+
+const std::string kSame = "<the original bytes>";
+
+std::string ours(const std::string& indent, const char* matcher, const char* agent) {
+    std::string group = indent + "{\n";
+    if (matcher) group += indent + "  \"matcher\": \"" + matcher + "\",\n";
+    group += indent + "  \"hooks\": [\n" + indent + "    {\n" + indent + "      \"type\": \"command\",\n" + indent +
+             "      \"command\": \"@HOOK@ " + agent + "\",\n" + indent + "      \"timeout\": 1860\n" + indent +
+             "    }\n" + indent + "  ]\n" + indent + "}";
+    return group;
+}
+
+const std::string kUserSettings = R"J({
+  "permissions": {
+    "allow": [
+      "Bash(npm test:*)"
+    ],
+    "defaultMode": "acceptEdits"
+  },
+  "hooks": {
+    "Stop": [
+      {
+        "hooks": [
+          {
+            "type": "command",
+            "command": "notify-send done"
+          }
+        ]
+      }
+    ],
+    "PreToolUse": [
+      {
+        "matcher": "Bash",
+        "hooks": [
+          {
+            "type": "command",
+            "command": "~/bin/check-bash.sh",
+            "timeout": 30
+          }
+        ]
+      }
+    ]
+  },
+  "model": "opus"
+}
+)J";
+
+const std::string kUserSettingsInstalled = R"J({
+  "permissions": {
+    "allow": [
+      "Bash(npm test:*)"
+    ],
+    "defaultMode": "acceptEdits"
+  },
+  "hooks": {
+    "Stop": [
+      {
+        "hooks": [
+          {
+            "type": "command",
+            "command": "notify-send done"
+          }
+        ]
+      },
+)J" + ours("      ", nullptr, "claude") + R"J(
+    ],
+    "PreToolUse": [
+      {
+        "matcher": "Bash",
+        "hooks": [
+          {
+            "type": "command",
+            "command": "~/bin/check-bash.sh",
+            "timeout": 30
+          }
+        ]
+      },
+)J" + ours("      ", "AskUserQuestion", "claude") + R"J(
+    ],
+    "UserPromptSubmit": [
+)J" + ours("      ", nullptr, "claude") + R"J(
+    ],
+    "PermissionRequest": [
+)J" + ours("      ", "*", "claude") + R"J(
+    ],
+    "Notification": [
+)J" + ours("      ", nullptr, "claude") + R"J(
+    ]
+  },
+  "model": "opus"
+}
+)J";
+
+const std::string kOldCodexEntries = R"J({
+  "hooks": {
+    "Stop": [
+      {
+        "hooks": [
+          {
+            "type": "command",
+            "command": "/usr/local/bin/agent-hook codex",
+            "timeout": 600
+          },
+          {
+            "type": "command",
+            "command": "say done"
+          }
+        ]
+      }
+    ],
+    "PermissionRequest": [
+      {
+        "hooks": [
+          {
+            "type": "command",
+            "command": "/opt/old/agent-hook codex"
+          }
+        ]
+      }
+    ]
+  }
+}
+)J";
+
+const std::string kUserStop = R"J(      {
+        "hooks": [
+          {
+            "type": "command",
+            "command": "say done"
+          }
+        ]
+      })J";
+
+const std::string kOldCodexReplaced = "{\n  \"hooks\": {\n    \"Stop\": [\n" + kUserStop + ",\n" +
+                                      ours("      ", nullptr, "codex") + "\n    ],\n    \"PermissionRequest\": [\n" +
+                                      ours("      ", nullptr, "codex") + "\n    ],\n    \"UserPromptSubmit\": [\n" +
+                                      ours("      ", nullptr, "codex") + "\n    ]\n  }\n}\n";
+
+const std::string kOldCodexRemoved = "{\n  \"hooks\": {\n    \"Stop\": [\n" + kUserStop + "\n    ]\n  }\n}\n";
+
+std::string registrationOnly(const std::vector<std::pair<const char*, const char*>>& events, const char* agent) {
+    std::string text = "{\n  \"hooks\": {";
+    for (std::size_t i = 0; i < events.size(); ++i) {
+        text += std::string(i ? "," : "") + "\n    \"" + events[i].first + "\": [\n" +
+                ours("      ", events[i].second, agent) + "\n    ]";
+    }
+    return text + "\n  }\n}\n";
+}
+
+const std::vector<std::pair<const char*, const char*>> kClaudeEvents = {
+    {"Stop", nullptr}, {"UserPromptSubmit", nullptr}, {"PermissionRequest", "*"},
+    {"PreToolUse", "AskUserQuestion"}, {"Notification", nullptr}};
+
+// Unicode, escapes, numbers in several spellings, no final line feed.
+const std::string kUnicodeAndNumbers =
+    "{\n  \"env\": {\n    \"GREETING\": \"Grüße, 世界 🎙\",\n    \"ESCAPED\": \"tab\\there \\\"q\\\" back\\\\slash "
+    "\\u0001\",\n    \"RATIO\": 1.50,\n    \"BIG\": 123456789012345678901234567890,\n    \"SMALL\": 2E-3,\n"
+    "    \"NEG\": -7,\n    \"EMPTY\": {},\n    \"NONE\": []\n  },\n  \"cleanupPeriodDays\": 30\n}";
+
+const std::string kFourSpaces =
+    "{\n    \"model\": \"sonnet\",\n    \"hooks\": {\n        \"Stop\": [\n            {\n"
+    "                \"hooks\": [\n                    {\n                        \"type\": \"command\",\n"
+    "                        \"command\": \"say done\"\n                    }\n                ]\n"
+    "            }\n        ]\n    }\n}\n";
+
+// The rows' labels, not their bytes, in test output.
+struct FileCase;
+void PrintTo(const FileCase& c, std::ostream* out);
+
+struct FileCase {
+    const char* label;
+    const char* agent;
+    std::optional<std::string> original;   // nothing: no file
+    std::optional<std::string> installed;  // the exact bytes, when given
+    std::optional<std::string> uninstalled;  // nothing: no file; kSame: the original
+};
+
+void PrintTo(const FileCase& c, std::ostream* out) { *out << c.label; }
+
+class SetupFiles : public ::testing::TestWithParam<FileCase> {};
+
+std::string fileOf(const SetupHome& home, const std::string& agent) {
+    if (agent == "claude") return home.home + "/.claude/settings.json";
+    if (agent == "codex") return home.dir.file("codex-home/hooks.json");
+    return home.dir.file("grok-home/hooks/agent-hook.json");
+}
+
+std::size_t occurrences(const std::string& text, const std::string& part) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+    return count;
+}
+
+TEST_P(SetupFiles, InstallTwiceThenUninstall) {
+    const FileCase& c = GetParam();
+    SetupHome home;
+    home.extraEnvironment = {"CODEX_HOME=" + home.dir.file("codex-home"), "GROK_HOME=" + home.dir.file("grok-home")};
+    const std::string path = fileOf(home, c.agent);
+    if (c.original) {
+        testsupport::makeDirectories(path.substr(0, path.rfind('/')));
+        writeText(path, *c.original);
+    }
+
+    const testsupport::Finished first = home.run({"install", c.agent});
+    ASSERT_EQ(first.status, 0) << first.err;
+    const std::string installed = readText(path);
+    if (c.installed) {
+        EXPECT_EQ(installed, withHook(*c.installed, home.hook));
+    }
+    const std::size_t events = std::string(c.agent) == "claude" ? 5 : std::string(c.agent) == "codex" ? 3 : 4;
+    EXPECT_EQ(occurrences(installed, home.hook + " " + c.agent), events) << installed;
+    EXPECT_EQ(occurrences(installed, "agent-hook " + std::string(c.agent)), events) << "an old entry is left";
+    if (c.original) {
+        EXPECT_EQ(readText(path + ".agent-hook.bak"), *c.original);
+    } else {
+        EXPECT_FALSE(exists(path + ".agent-hook.bak"));
+    }
+
+    const testsupport::Finished second = home.run({"install", c.agent});
+    ASSERT_EQ(second.status, 0) << second.err;
+    EXPECT_EQ(readText(path), installed);
+    EXPECT_NE(second.out.find("already registered"), std::string::npos) << second.out;
+    if (c.original) {
+        EXPECT_EQ(readText(path + ".agent-hook.bak"), *c.original);
+    }
+
+    const testsupport::Finished removed = home.run({"uninstall", c.agent});
+    ASSERT_EQ(removed.status, 0) << removed.err;
+    if (!c.uninstalled) {
+        EXPECT_FALSE(exists(path));
+    } else {
+        EXPECT_EQ(readText(path), *c.uninstalled == kSame ? *c.original : *c.uninstalled);
+    }
+    const testsupport::Finished again = home.run({"uninstall", c.agent});
+    EXPECT_EQ(again.status, 0) << again.err;
+    EXPECT_NE(again.out.find("not registered"), std::string::npos) << again.out;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, SetupFiles,
+    ::testing::Values(
+        FileCase{"ClaudeAbsent", "claude", std::nullopt, registrationOnly(kClaudeEvents, "claude"), "{}\n"},
+        FileCase{"CodexAbsent", "codex", std::nullopt,
+                 registrationOnly({{"Stop", nullptr}, {"UserPromptSubmit", nullptr}, {"PermissionRequest", nullptr}},
+                                  "codex"),
+                 "{}\n"},
+        FileCase{"GrokAbsent", "grok", std::nullopt,
+                 registrationOnly({{"Stop", nullptr}, {"UserPromptSubmit", nullptr}, {"PreToolUse", "*"},
+                                   {"SessionEnd", nullptr}},
+                                  "grok"),
+                 std::nullopt},
+        FileCase{"ClaudeEmpty", "claude", "", registrationOnly(kClaudeEvents, "claude"), "{}\n"},
+        FileCase{"ClaudeEmptyObjectNoLineFeed", "claude", "{}", std::nullopt, "{}"},
+        FileCase{"ClaudeUserHooksAndPermissions", "claude", kUserSettings, kUserSettingsInstalled, kSame},
+        FileCase{"CodexOldEntries", "codex", kOldCodexEntries, kOldCodexReplaced, kOldCodexRemoved},
+        FileCase{"ClaudeUnicodeAndNumbers", "claude", kUnicodeAndNumbers, std::nullopt, kSame},
+        FileCase{"GrokFourSpaceIndentation", "grok", kFourSpaces, std::nullopt, kSame}),
+    [](const ::testing::TestParamInfo<FileCase>& info) { return std::string(info.param.label); });
+
+struct MalformedCase {
+    const char* label;
+    std::string bytes;
+    std::string error;  // part of standard error after the file's path
+    bool onlyInstallFails = false;  // no room for the registration, nothing to remove
+};
+void PrintTo(const MalformedCase& c, std::ostream* out) { *out << c.label; }
+
+class SetupMalformed : public ::testing::TestWithParam<MalformedCase> {};
+
+TEST_P(SetupMalformed, LeftUntouched) {
+    const MalformedCase& c = GetParam();
+    SetupHome home;
+    const std::string path = home.home + "/.claude/settings.json";
+    testsupport::makeDirectories(home.home + "/.claude");
+    writeText(path, c.bytes);
+    for (const char* command : {"install", "uninstall"}) {
+        if (c.onlyInstallFails && std::string(command) == "uninstall") break;
+        const testsupport::Finished run = home.run({command, "claude"});
+        EXPECT_EQ(run.status, 1) << command;
+        EXPECT_NE(run.err.find(path + c.error), std::string::npos) << run.err;
+        EXPECT_EQ(readText(path), c.bytes);
+        EXPECT_FALSE(exists(path + ".agent-hook.bak"));
+    }
+    EXPECT_EQ(home.run({"status", "claude"}).status, c.onlyInstallFails ? 0 : 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, SetupMalformed,
+    ::testing::Values(MalformedCase{"StrayComma", "{\n  \"hooks\": {\n    \"Stop\": [,]\n  }\n}\n", ":3:14: not valid JSON"},
+                      MalformedCase{"Truncated", "{\n  \"model\": \"opus\",\n", ":3:1: not valid JSON"},
+                      MalformedCase{"TrailingText", "{}\nx\n", ":2:1: not valid JSON"},
+                      MalformedCase{"NotAnObject", "[]\n", ": the document is not a JSON object"},
+                      MalformedCase{"HooksNotAnObject", "{\"hooks\": []}", ": its \"hooks\" member is not an object"},
+                      MalformedCase{"EventNotAList", "{\"hooks\": {\"Stop\": {}}}", ": its \"hooks\" member's \"Stop\"", true}),
+    [](const ::testing::TestParamInfo<MalformedCase>& info) { return std::string(info.param.label); });
+
+TEST(SetupLinks, FollowedAndKept) {
+    SetupHome home;
+    const std::string target = home.dir.file("dotfiles/claude-settings.json");
+    const std::string link = home.home + "/.claude/settings.json";
+    testsupport::makeDirectories(home.dir.file("dotfiles"));
+    testsupport::makeDirectories(home.home + "/.claude");
+    writeText(target, kUserSettings);
+    ASSERT_EQ(::symlink("../../dotfiles/claude-settings.json", link.c_str()), 0);
+
+    ASSERT_EQ(home.run({"install", "claude"}).status, 0);
+    struct stat info;
+    ASSERT_EQ(::lstat(link.c_str(), &info), 0);
+    EXPECT_TRUE(S_ISLNK(info.st_mode));
+    EXPECT_EQ(readText(target), withHook(kUserSettingsInstalled, home.hook));
+
+    ASSERT_EQ(home.run({"uninstall", "claude"}).status, 0);
+    ASSERT_EQ(::lstat(link.c_str(), &info), 0);
+    EXPECT_TRUE(S_ISLNK(info.st_mode));
+    EXPECT_EQ(readText(target), kUserSettings);
+}
+
+TEST(SetupConcurrency, SimultaneousInstallsLoseNothing) {
+    SetupHome home;
+    const std::string path = home.home + "/.claude/settings.json";
+    testsupport::makeDirectories(home.home + "/.claude");
+    writeText(path, kUserSettings);
+    // Programs of other names are told apart by their paths, so each run adds
+    // its own five entries and none may overwrite another's.
+    constexpr int kRuns = 8;
+    std::vector<testsupport::RunningProcess> running;
+    for (int i = 0; i < kRuns; ++i) {
+        const std::string hook = home.dir.file("hook" + std::to_string(i) + "/other-hook");
+        running.push_back(testsupport::start(AGENT_HOOK_SETUP_PROGRAM, {"install", "claude", "--hook", hook},
+                                             {"HOME=" + home.home, "PATH=/usr/bin:/bin"}));
+    }
+    for (testsupport::RunningProcess& process : running) EXPECT_EQ(testsupport::finish(process).status, 0);
+    const std::string merged = readText(path);
+    for (int i = 0; i < kRuns; ++i) {
+        EXPECT_EQ(occurrences(merged, "hook" + std::to_string(i) + "/other-hook claude"), 5u) << merged;
+    }
+    EXPECT_NE(merged.find("\"Bash(npm test:*)\""), std::string::npos);
+    EXPECT_NE(merged.find("notify-send done"), std::string::npos);
+}
+
+}  // namespace

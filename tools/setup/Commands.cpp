@@ -1,0 +1,136 @@
+#include "Commands.hpp"
+
+#include <climits>
+#include <cstdio>
+#include <sys/stat.h>
+#include <unistd.h>
+#if defined(__APPLE__)
+#include <mach-o/dyld.h>
+#endif
+
+#include "ConfigFile.hpp"
+#include "Registration.hpp"
+
+namespace AgentHook::Setup {
+namespace {
+
+const char* const kCodexTrust =
+    "Codex skips hooks that nobody has trusted yet: start `codex` once in a terminal and choose\n"
+    "\"Trust all and continue\" on its \"Hooks need review\" screen (again after any change of the\n"
+    "command). From then on Codex prints \"hook: Stop Completed\" on standard error for each run.\n";
+
+std::string eventList(Agent agent) {
+    std::string list;
+    for (const EventRegistration& registration : registeredEvents(agent)) {
+        if (!list.empty()) list += ", ";
+        list += registration.event;
+    }
+    return list;
+}
+
+void printError(const std::string& message) { std::fprintf(stderr, "agent-hook-setup: %s\n", message.c_str()); }
+
+EditRequest requestFor(const Options& options, Agent agent, const std::string& path) {
+    EditRequest request;
+    request.path = path;
+    request.dryRun = options.dryRun;
+    request.removeWhenEmpty = agent == Agent::grok;
+    return request;
+}
+
+// Runs one edit per agent; `report` prints the outcome of a real (not dry) run.
+template <class Change, class Report>
+int forEachAgent(const Options& options, Change change, Report report) {
+    int status = 0;
+    for (const Agent agent : options.agents) {
+        const std::string path = configurationPath(agent, options.project);
+        if (path.empty()) {
+            printError(std::string(agentTitle(agent)) + ": no home directory to find its configuration in");
+            status = 1;
+            continue;
+        }
+        const EditResult result = editConfiguration(requestFor(options, agent, path), change(agent));
+        if (result.outcome == EditOutcome::failed) {
+            printError(result.error);
+            status = 1;
+        } else if (options.dryRun) {
+            if (result.outcome == EditOutcome::changed) {
+                std::fputs(result.diff.c_str(), stdout);
+            } else {
+                std::printf("%s: %s needs no change\n", agentTitle(agent), path.c_str());
+            }
+        } else {
+            report(agent, path, result.outcome == EditOutcome::changed);
+        }
+    }
+    return status;
+}
+
+std::string backupNote(const std::string& path) {
+    return access((path + ".agent-hook.bak").c_str(), F_OK) == 0 ? "; the previous file is " + path + ".agent-hook.bak"
+                                                                 : std::string();
+}
+
+}  // namespace
+
+std::string defaultHookPath() {
+    std::string self;
+#if defined(__APPLE__)
+    char buffer[PATH_MAX];
+    std::uint32_t size = sizeof buffer;
+    if (_NSGetExecutablePath(buffer, &size) == 0) self = buffer;
+#else
+    char buffer[PATH_MAX];
+    const ssize_t length = ::readlink("/proc/self/exe", buffer, sizeof buffer);
+    if (length > 0 && static_cast<std::size_t>(length) < sizeof buffer) self.assign(buffer, static_cast<std::size_t>(length));
+#endif
+    const std::size_t slash = self.rfind('/');
+    if (slash == std::string::npos) return {};
+    return self.substr(0, slash + 1) + "agent-hook";
+}
+
+bool isExecutableFile(const std::string& path) {
+    struct stat info;
+    return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) && ::access(path.c_str(), X_OK) == 0;
+}
+
+int runInstall(const Options& options, const std::string& hookPath) {
+    if (!isExecutableFile(hookPath)) {
+        printError("warning: " + hookPath + " is not an executable file; registering it all the same");
+    }
+    return forEachAgent(
+        options,
+        [&](Agent agent) {
+            return [agent, &hookPath](OrderedJson& document) { return addRegistration(document, agent, hookPath); };
+        },
+        [&](Agent agent, const std::string& path, bool changed) {
+            if (!changed) {
+                std::printf("%s: agent-hook is already registered in %s; nothing changed\n", agentTitle(agent),
+                            path.c_str());
+                return;
+            }
+            std::printf("%s: agent-hook registered in %s (%s)%s\n", agentTitle(agent), path.c_str(),
+                        eventList(agent).c_str(), backupNote(path).c_str());
+            if (agent == Agent::codex) std::fputs(kCodexTrust, stdout);
+            if (agent == Agent::grok && options.project) {
+                std::puts("Grok loads a project's hook files only in folders you have trusted.");
+            }
+        });
+}
+
+int runUninstall(const Options& options, const std::string& hookPath) {
+    return forEachAgent(
+        options,
+        [&](Agent) { return [&hookPath](OrderedJson& document) { return removeRegistration(document, hookPath); }; },
+        [&](Agent agent, const std::string& path, bool changed) {
+            if (!changed) {
+                std::printf("%s: agent-hook is not registered in %s; nothing changed\n", agentTitle(agent),
+                            path.c_str());
+                return;
+            }
+            std::printf("%s: agent-hook removed from %s%s\n", agentTitle(agent), path.c_str(),
+                        backupNote(path).c_str());
+        });
+}
+
+}  // namespace AgentHook::Setup

@@ -1,0 +1,174 @@
+#include "Status.hpp"
+
+#include <cstdio>
+
+#include "Commands.hpp"
+#include "ConfigFile.hpp"
+#include "bridge/Inbox.hpp"
+#include "platform/Files.hpp"
+
+namespace AgentHook::Setup {
+namespace {
+
+std::string quoted(const std::string& text) { return "\"" + text + "\""; }
+
+std::string number(double value) {
+    char buffer[32];
+    std::snprintf(buffer, sizeof buffer, "%g", value);
+    return buffer;
+}
+
+std::vector<std::string> problemsOf(const FoundEntry& entry, Agent agent) {
+    std::vector<std::string> problems;
+    if (!entry.timeout) {
+        problems.push_back("no timeout: the agent's default ends the hook before the app's 30-minute wait");
+    } else if (*entry.timeout < kHookTimeoutSeconds) {
+        problems.push_back("timeout " + number(*entry.timeout) + " s is shorter than " +
+                           std::to_string(kHookTimeoutSeconds) + " s");
+    }
+    const std::string program = commandProgram(entry.command);
+    if (program.find('/') == std::string::npos) {
+        problems.push_back(quoted(program) + " is not an absolute path: the agent's PATH may not find it");
+    } else if (!platform::fileExists(program)) {
+        problems.push_back(program + " does not exist");
+    } else if (!isExecutableFile(program)) {
+        problems.push_back(program + " is not an executable file");
+    }
+    if (!entry.command.ends_with(std::string(" ") + agentName(agent))) {
+        problems.push_back(std::string("the command does not name the agent \"") + agentName(agent) + "\"");
+    }
+    for (const EventRegistration& registration : registeredEvents(agent)) {
+        if (entry.event != registration.event || registration.matcher == nullptr) continue;
+        if (entry.matcher != registration.matcher) {
+            problems.push_back("matcher " + (entry.matcher ? quoted(*entry.matcher) : std::string("missing")) +
+                               " where " + quoted(registration.matcher) + " is recommended");
+        }
+    }
+    return problems;
+}
+
+std::string entryLabel(const FoundEntry& entry) {
+    return entry.matcher ? entry.event + " [" + *entry.matcher + "]" : entry.event;
+}
+
+void printText(const std::vector<AgentStatus>& statuses, const std::string& inbox, bool inboxPresent, bool running) {
+    for (const AgentStatus& status : statuses) {
+        std::string state;
+        if (!status.error.empty()) {
+            state = "cannot be read";
+        } else if (!status.registered()) {
+            state = "not registered";
+        } else {
+            state = status.healthy() ? "registered, healthy" : "registered, NOT healthy";
+        }
+        std::printf("%-12s %s\n", agentTitle(status.agent), state.c_str());
+        std::printf("  file       %s%s\n", status.path.c_str(), status.fileExists ? "" : " (absent)");
+        if (!status.error.empty()) std::printf("  error      %s\n", status.error.c_str());
+        for (const EntryHealth& health : status.entries) {
+            const std::string timeout = health.entry.timeout ? ", timeout " + number(*health.entry.timeout) : "";
+            std::printf("  %-32s %s  %s%s\n", entryLabel(health.entry).c_str(), health.problems.empty() ? "ok" : "!!",
+                        health.entry.command.c_str(), timeout.c_str());
+            for (const std::string& problem : health.problems) std::printf("  %-32s    %s\n", "", problem.c_str());
+        }
+        if (status.registered() && !status.missingEvents.empty()) {
+            std::string missing;
+            for (const std::string& event : status.missingEvents) missing += (missing.empty() ? "" : ", ") + event;
+            std::printf("  missing    %s (agent-hook-setup install %s adds them)\n", missing.c_str(),
+                        agentName(status.agent));
+        }
+    }
+    std::printf("%-12s inbox %s%s; app %s\n", "App", inbox.empty() ? "(no home directory)" : inbox.c_str(),
+                inboxPresent ? " present" : " absent (the app creates it)",
+                running ? "running" : "not running (the hook wakes it)");
+}
+
+void printJson(const std::vector<AgentStatus>& statuses, const std::string& inbox, bool inboxPresent, bool running,
+               bool healthy) {
+    OrderedJson agents = OrderedJson::array();
+    for (const AgentStatus& status : statuses) {
+        OrderedJson item = OrderedJson::object();
+        item["agent"] = agentName(status.agent);
+        item["file"] = status.path;
+        item["fileExists"] = status.fileExists;
+        item["error"] = status.error.empty() ? OrderedJson(nullptr) : OrderedJson(status.error);
+        item["registered"] = status.registered();
+        item["healthy"] = status.healthy();
+        OrderedJson entries = OrderedJson::array();
+        for (const EntryHealth& health : status.entries) {
+            OrderedJson entry = OrderedJson::object();
+            entry["event"] = health.entry.event;
+            entry["matcher"] = health.entry.matcher ? OrderedJson(*health.entry.matcher) : OrderedJson(nullptr);
+            entry["command"] = health.entry.command;
+            entry["timeout"] = health.entry.timeout ? OrderedJson(*health.entry.timeout) : OrderedJson(nullptr);
+            entry["problems"] = health.problems;
+            entries.push_back(std::move(entry));
+        }
+        item["entries"] = std::move(entries);
+        item["missingEvents"] = status.missingEvents;
+        agents.push_back(std::move(item));
+    }
+    OrderedJson report = OrderedJson::object();
+    report["agents"] = std::move(agents);
+    report["app"] = OrderedJson{{"inbox", inbox}, {"inboxPresent", inboxPresent}, {"running", running}};
+    report["healthy"] = healthy;
+    const std::optional<std::string> text = writeOrderedJson(report, Layout{});
+    // Paths that are not valid UTF-8 cannot be reported as JSON.
+    std::fputs(text ? text->c_str() : "{\"error\": \"a path is not valid UTF-8\"}\n", stdout);
+}
+
+}  // namespace
+
+bool AgentStatus::healthy() const {
+    if (!error.empty()) return false;
+    if (!registered()) return true;
+    for (const EntryHealth& health : entries) {
+        if (!health.problems.empty()) return false;
+    }
+    return missingEvents.empty();
+}
+
+AgentStatus agentStatus(Agent agent, const std::optional<std::string>& project, const std::string& hookPath) {
+    AgentStatus status;
+    status.agent = agent;
+    status.path = configurationPath(agent, project);
+    const ReadResult read = readConfiguration(status.path);
+    status.fileExists = read.exists;
+    if (!read.document) {
+        status.error = read.error;
+        return status;
+    }
+    if (std::optional<std::string> problem = shapeProblem(*read.document)) {
+        status.error = status.path + ": " + *problem;
+        return status;
+    }
+    for (FoundEntry& entry : findRegistration(*read.document, hookPath)) {
+        std::vector<std::string> problems = problemsOf(entry, agent);
+        status.entries.push_back({std::move(entry), std::move(problems)});
+    }
+    for (const EventRegistration& registration : registeredEvents(agent)) {
+        bool found = false;
+        for (const EntryHealth& health : status.entries) found = found || health.entry.event == registration.event;
+        if (!found) status.missingEvents.push_back(registration.event);
+    }
+    return status;
+}
+
+int runStatus(const Options& options, const std::string& hookPath) {
+    std::vector<AgentStatus> statuses;
+    bool healthy = true;
+    for (const Agent agent : options.agents) {
+        statuses.push_back(agentStatus(agent, options.project, hookPath));
+        healthy = healthy && statuses.back().healthy();
+    }
+    const std::string inbox = inboxDirectory();
+    const bool inboxPresent = !inbox.empty() && platform::fileExists(inbox);
+    const bool running = isVoxtrelRunning();
+    if (options.json) {
+        printJson(statuses, inbox, inboxPresent, running, healthy);
+    } else {
+        printText(statuses, inbox, inboxPresent, running);
+    }
+    return healthy ? 0 : 1;
+}
+
+}  // namespace AgentHook::Setup

@@ -3,8 +3,9 @@
 # mock model and the stand-in app, bounded waits, the agent's tmux pane, the
 # clean-up and what a failure prints.
 #
-# Sourced once the script has set scenario, hook, companion, mock (its mock
-# model), agent_name and tmux_target. The script defines leftover_hooks (the
+# Sourced once the script has set scenario, hook, companion, setup (the
+# agent-hook-setup that registers the hook), mock (its mock model), agent_name
+# and tmux_target. The script defines leftover_hooks (the
 # hook processes of this run, which clean-up ends) and agent_diagnostics, and
 # may redefine stop_agent; it sets agent_pid and session once it knows them.
 
@@ -20,8 +21,8 @@ agent_pid=""
 session=""
 
 # Skips (77) when the agent at PATH, tmux or node is missing; fails when the
-# hook or the companion is not built. The agent runs in the project directory,
-# so the hook's and the companion's paths are made to stand alone.
+# hook, the companion or agent-hook-setup is not built. The agent runs in the
+# project directory, so their paths are made to stand alone.
 check_programs() {
   local agent=$1 tool program
   if [ ! -x "$agent" ]; then
@@ -34,14 +35,15 @@ check_programs() {
       exit 77
     fi
   done
-  for program in "$hook" "$companion"; do
+  for program in "$hook" "$companion" "$setup"; do
     if [ ! -x "$program" ]; then
-      echo "FAIL: $program is not built" >&2
+      echo "FAIL: ${program:-agent-hook-setup} is not built" >&2
       exit 1
     fi
   done
   hook=$(readlink -f "$hook")
   companion=$(readlink -f "$companion")
+  setup=$(readlink -f "$setup")
 }
 
 # Makes the work directory (named after PREFIX and the scenario): the agent's
@@ -53,8 +55,9 @@ make_work_dir() {
   project="$work/project"
   tmux_socket="$work/tmux.sock"
   mkdir -p "$home" "$project" "$work/events" "$work/bin"
-  # A hook command registered beside agent-hook for every event: it keeps
-  # each input whole (the hook's log cuts it at 500 characters), a file each.
+  # A hook command of the user's own, added beside agent-hook's entries for
+  # every event: it keeps each input whole (the hook's log cuts it at 500
+  # characters), a file each.
   recorder="cat > '$work/events'/\"\$(date +%s%N)-\$\$.json\""
   # Where the hook's log stood when this run began: the log holds other
   # tests' lines too, and process ids come round again.
@@ -167,6 +170,30 @@ write_launcher() {
   chmod +x "$file"
 }
 
+# agent-hook-setup as the user runs it, in the private home (CODEX_HOME there
+# too, GROK_HOME unset), with the hook built for this test.
+run_setup() {
+  env -u GROK_HOME HOME="$home" CODEX_HOME="$home/.codex" "$setup" "$@" --hook "$hook"
+}
+
+# Registers agent-hook with AGENT (claude or codex) by `agent-hook-setup
+# install AGENT`; fails unless it succeeds and writes FILE, the configuration
+# the agent reads.
+install_hook() {
+  local agent=$1 file=$2
+  run_setup install "$agent" >"$work/install.out" 2>&1 ||
+    fail "agent-hook-setup install $agent exited with status $?: $(cat "$work/install.out")"
+  [ -s "$file" ] || fail "agent-hook-setup install $agent did not write $file: $(cat "$work/install.out")"
+}
+
+# `agent-hook-setup status AGENT` on the configuration the agent will load
+# (agent-hook's entries and the user's own beside them) must call it healthy.
+expect_healthy_status() {
+  local agent=$1
+  run_setup status "$agent" >"$work/status.out" 2>&1 ||
+    fail "agent-hook-setup status $agent exited with status $? after install: $(cat "$work/status.out")"
+}
+
 marker_written() { [ "$(cat "$project/marker" 2>/dev/null)" = hi ]; }
 
 # Every scripted answer written: the closing Stop event has been answered too.
@@ -174,6 +201,8 @@ all_answered() { [ "$(grep -c '^companion: answered' "$work/companion.out")" -ge
 
 diagnostics() {
   agent_diagnostics
+  echo "===== agent-hook-setup install and status ====="
+  cat "$work/install.out" "$work/status.out" 2>/dev/null
   echo "===== requests the mock model got ====="
   node "$mock" requests "$work/mock.log" 2>&1
   echo "===== companion ====="

@@ -2,7 +2,7 @@
 # Runs agent-hook inside the real Codex CLI, against a local mock of the
 # model's API, with the stand-in app answering by script.
 #
-#   run-codex-scenario.sh SCENARIO CODEX AGENT_HOOK COMPANION
+#   run-codex-scenario.sh SCENARIO CODEX AGENT_HOOK COMPANION SETUP
 #
 # SCENARIO is one of stop (a finished turn goes to the app and the spoken reply
 # comes back as the next instruction), or allow, deny, none (the model asks to
@@ -12,15 +12,18 @@
 # Codex, tmux or node is missing. Set REAL_AGENT_KEEP=1 to keep the work
 # directory for a look afterwards.
 #
-# The hooks are registered as the README says and trusted the way it says: on
-# the review screen of an interactive codex, driven through a private tmux
-# server. The scenario itself runs in `codex exec`.
+# SETUP (agent-hook-setup) registers AGENT_HOOK with `install codex` in the
+# test's private home (a recorder of every event is added beside its entries),
+# and the hooks are trusted the way install's message says: on the review
+# screen of an interactive codex, driven through a private tmux server. The
+# scenario itself runs in `codex exec`.
 set -u
 
 scenario=${1:-}
 codex=${2:-}
 hook=${3:-}
 companion=${4:-}
+setup=${5:-}
 
 agent_name="Codex"
 tmux_target=real-codex
@@ -29,7 +32,7 @@ mock="$here/mock-codex-model.mjs"
 
 case "$scenario" in
   stop | allow | deny | none) ;;
-  *) echo "usage: run-codex-scenario.sh stop|allow|deny|none CODEX AGENT_HOOK COMPANION" >&2; exit 2 ;;
+  *) echo "usage: run-codex-scenario.sh stop|allow|deny|none CODEX AGENT_HOOK COMPANION SETUP" >&2; exit 2 ;;
 esac
 check_programs "$codex"
 codex=$(readlink -f "$codex")
@@ -101,15 +104,22 @@ enabled = false
 trust_level = "trusted"
 EOF
 
-# The README's registration, plus the recorder beside it for every event.
-node - "'$hook' codex" "$recorder" >"$home/.codex/hooks.json" <<'EOF'
-const [command, recorderCommand] = process.argv.slice(2);
-const entry = { hooks: [{ type: 'command', command, timeout: 1860 }] };
-const recorder = { hooks: [{ type: 'command', command: recorderCommand }] };
-const hooks = {};
-for (const event of ['Stop', 'UserPromptSubmit', 'PermissionRequest']) hooks[event] = [entry, recorder];
-console.log(JSON.stringify({ hooks }, null, 2));
+# agent-hook registered as a user does it (CODEX_HOME is this home's .codex,
+# where Codex looks without it), then the recorder added beside agent-hook's
+# entries for every event, the way a user's own hooks stand beside them.
+hooks_file="$home/.codex/hooks.json"
+install_hook codex "$hooks_file"
+node - "$hooks_file" "$recorder" <<'EOF' || fail "could not add the recorder beside agent-hook in $hooks_file"
+const fs = require('fs');
+const [file, command] = process.argv.slice(2);
+const config = JSON.parse(fs.readFileSync(file, 'utf8'));
+for (const event of ['Stop', 'UserPromptSubmit', 'PermissionRequest']) {
+  if (!Array.isArray(config.hooks?.[event])) throw new Error(`install registered nothing for ${event}`);
+  config.hooks[event].push({ hooks: [{ type: 'command', command }] });
+}
+fs.writeFileSync(file, JSON.stringify(config, null, 2) + '\n');
 EOF
+expect_healthy_status codex
 handlers=6
 
 # Codex's own environment: this home, no account, and the mock as the proxy

@@ -2,7 +2,7 @@
 # Runs agent-hook inside the real Claude Code, against a local mock of the
 # model's API, with the stand-in app answering by script.
 #
-#   run-scenario.sh SCENARIO CLAUDE AGENT_HOOK COMPANION
+#   run-scenario.sh SCENARIO CLAUDE AGENT_HOOK COMPANION SETUP
 #
 # SCENARIO is one of stop, allow, deny, question, plan (the app answers), or
 # esc, yes, typed (the app leaves the request waiting and the user moves on in
@@ -12,6 +12,9 @@
 # (skip) when Claude Code, tmux or node is missing. Set REAL_AGENT_KEEP=1 to
 # keep the work directory for a look afterwards.
 #
+# SETUP (agent-hook-setup) registers AGENT_HOOK with `install claude` in the
+# test's private home; a recorder of every event is added beside its entries.
+#
 # Claude Code shows permission requests to hooks only in its interactive UI, so
 # it runs in a private tmux server and the prompt is typed with send-keys.
 set -u
@@ -20,6 +23,7 @@ scenario=${1:-}
 claude=${2:-}
 hook=${3:-}
 companion=${4:-}
+setup=${5:-}
 
 agent_name="Claude Code"
 tmux_target=real-agent
@@ -28,7 +32,7 @@ mock="$here/mock-model.mjs"
 
 case "$scenario" in
   stop | allow | deny | question | plan | esc | yes | typed) ;;
-  *) echo "usage: run-scenario.sh stop|allow|deny|question|plan|esc|yes|typed CLAUDE AGENT_HOOK COMPANION" >&2; exit 2 ;;
+  *) echo "usage: run-scenario.sh stop|allow|deny|question|plan|esc|yes|typed CLAUDE AGENT_HOOK COMPANION SETUP" >&2; exit 2 ;;
 esac
 check_programs "$claude"
 claude=$(readlink -f "$claude")
@@ -100,26 +104,24 @@ cat >"$home/.claude.json" <<EOF
 }
 EOF
 
-# The README's registration, plus the recorder beside it for every event.
-node - "'$hook' claude" "$recorder" >"$home/.claude/settings.json" <<'EOF'
-const [command, recorderCommand] = process.argv.slice(2);
-const entry = (matcher) => ({
-  ...(matcher ? { matcher } : {}),
-  hooks: [{ type: 'command', command, timeout: 1860 }],
-});
-const recorder = (matcher) => ({
-  ...(matcher ? { matcher } : {}),
-  hooks: [{ type: 'command', command: recorderCommand }],
-});
-const hooks = {
-  Stop: [entry(), recorder()],
-  UserPromptSubmit: [entry(), recorder()],
-  PermissionRequest: [entry('*'), recorder('*')],
-  PreToolUse: [entry('AskUserQuestion'), recorder('*')],
-  Notification: [entry(), recorder()],
-};
-console.log(JSON.stringify({ hooks }, null, 2));
+# agent-hook registered as a user does it, then the recorder added beside
+# agent-hook's entries for every event (PreToolUse: every tool), the way a
+# user's own hooks stand beside them.
+settings="$home/.claude/settings.json"
+install_hook claude "$settings"
+node - "$settings" "$recorder" <<'EOF' || fail "could not add the recorder beside agent-hook in $settings"
+const fs = require('fs');
+const [file, command] = process.argv.slice(2);
+const settings = JSON.parse(fs.readFileSync(file, 'utf8'));
+const recorder = (matcher) => ({ ...(matcher ? { matcher } : {}), hooks: [{ type: 'command', command }] });
+const matchers = { Stop: null, UserPromptSubmit: null, PermissionRequest: '*', PreToolUse: '*', Notification: null };
+for (const [event, matcher] of Object.entries(matchers)) {
+  if (!Array.isArray(settings.hooks?.[event])) throw new Error(`install registered nothing for ${event}`);
+  settings.hooks[event].push(recorder(matcher));
+}
+fs.writeFileSync(file, JSON.stringify(settings, null, 2) + '\n');
 EOF
+expect_healthy_status claude
 
 # Claude Code's own debug log tells how each hook run ended and what it printed.
 claude_args=(--session-id "$session" --debug-file "$work/claude-debug.log")

@@ -393,6 +393,10 @@ bool ruleMatches(std::string_view rule, std::string_view target) {
 }  // namespace
 
 bool globMatch(std::string_view pattern, std::string_view path) {
+    // Longer than any path a rule can name: refused, so the user is asked.
+    // (Stars make a pattern longer than what it matches, so counting its
+    // elements alone would let some through.)
+    if (pattern.size() > 4095) return false;
     const std::vector<Token> tokens = tokenize(pattern);
     std::size_t elements = 0;
     for (const Token& token : tokens) elements += token.kind == Kind::literal ? token.literal.size() : 1;
@@ -402,9 +406,7 @@ bool globMatch(std::string_view pattern, std::string_view path) {
     if (bits <= 128) return runAutomaton<2>(tokens, path);
     if (bits <= 256) return runAutomaton<4>(tokens, path);
     if (bits <= 1024) return runAutomaton<16>(tokens, path);
-    if (bits <= 4096) return runAutomaton<64>(tokens, path);
-    // Longer than any path a rule can name: refused, so the user is asked.
-    return false;
+    return runAutomaton<64>(tokens, path);
 }
 
 bool matchesAutoAcceptRules(const std::vector<std::string>& rules, std::string_view target,

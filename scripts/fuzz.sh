@@ -1,0 +1,69 @@
+#!/usr/bin/env bash
+# Fuzzes every decoder: builds each tests/fuzz/*_fuzzer.cpp as a libFuzzer
+# target with clang, AddressSanitizer and UndefinedBehaviorSanitizer in
+# build-fuzz/, and runs each for SECONDS (default 30), one after the other,
+# starting from a copy of its seed corpus (tests/fuzz/corpus/<name>/ for
+# <name>_fuzzer), so the inputs it finds never land in the repository.
+#
+# Exits non-zero at the first target that crashes (a sanitizer report, a
+# failed check, a time-out or running out of memory), after printing the
+# saved input's path and a hex dump of it. Installs clang when it is missing
+# (Debian 12: clang-14 and libclang-rt-14-dev, which holds libFuzzer).
+set -euo pipefail
+
+repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+cd "$repo"
+seconds=${1:-30}
+build_dir=build-fuzz
+
+scripts/setup.sh
+clang_packages=(clang-14 libclang-rt-14-dev)
+missing=()
+for p in "${clang_packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
+    missing+=("$p")
+  fi
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "fuzz: installing ${missing[*]}"
+  sudo=""
+  [ "$(id -u)" -eq 0 ] || sudo="sudo"
+  export DEBIAN_FRONTEND=noninteractive
+  $sudo apt-get update -qq
+  $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+fi
+
+# Debug without NDEBUG keeps the JSON library's assertions; -O1 keeps it fast.
+cmake -B "$build_dir" -S . -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
+  -DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_FLAGS=-O1 -DCMAKE_CXX_FLAGS=-O1 \
+  -DAGENT_HOOK_FUZZ=ON -DAGENT_HOOK_TESTS=OFF -DAGENT_HOOK_BENCH=OFF >/dev/null
+cmake --build "$build_dir" --target agent-hook-fuzzers -j"$(nproc)"
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+artifacts="$repo/$build_dir/fuzz-artifacts"
+mkdir -p "$artifacts"
+export ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+
+for fuzzer in "$build_dir"/fuzz/*_fuzzer; do
+  name=$(basename "$fuzzer" _fuzzer)
+  corpus="$work/$name"
+  mkdir -p "$corpus"
+  if [ -d "tests/fuzz/corpus/$name" ]; then
+    cp -R "tests/fuzz/corpus/$name/." "$corpus/"
+  fi
+  rm -f "$artifacts/$name"-*
+  echo "fuzz: $name for ${seconds}s"
+  if ! "$fuzzer" -max_total_time="$seconds" -timeout=10 -artifact_prefix="$artifacts/$name-" \
+    -print_final_stats=1 "$corpus" >"$work/$name.log" 2>&1; then
+    tail -n 60 "$work/$name.log"
+    for input in "$artifacts/$name"-*; do
+      [ -e "$input" ] || continue
+      echo "fuzz: $name crashed on $input:"
+      od -A x -t x1z -v "$input" | head -n 64
+    done
+    exit 1
+  fi
+  grep -E '^(Done|stat::number_of_executed_units)' "$work/$name.log" || true
+done
+echo "fuzz: no crash"

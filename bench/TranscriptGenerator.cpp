@@ -118,8 +118,10 @@ struct LineWriter {
     const TranscriptShape& shape;
     Random& random;
     Transcript& transcript;
+    const std::function<void(std::string_view)>* sink = nullptr;  // else lines gather in transcript.text
     std::string parent = "null";
     std::size_t second = 0;
+    std::string pending{};
 
     std::string header(std::string_view type) {
         const std::string id = uuid(random);
@@ -138,8 +140,19 @@ struct LineWriter {
     void finish(std::string&& line) {
         line.append("}\n");
         if (line.find("\\u") != std::string::npos) ++transcript.linesWithEscapes;
-        transcript.text.append(line);
+        transcript.bytes += line.size();
         ++transcript.lines;
+        if (sink == nullptr) {
+            transcript.text.append(line);
+            return;
+        }
+        pending.append(line);
+        if (pending.size() >= 1024 * 1024) flush();
+    }
+
+    void flush() {
+        if (sink != nullptr && !pending.empty()) (*sink)(pending);
+        pending.clear();
     }
 
     void userPrompt(std::size_t bytes) {
@@ -193,11 +206,13 @@ std::string jsonString(std::string_view text) {
     return out;
 }
 
-Transcript generateTranscript(const TranscriptShape& shape) {
+namespace {
+
+Transcript generate(const TranscriptShape& shape, const std::function<void(std::string_view)>* sink) {
     Transcript transcript;
-    transcript.text.reserve(shape.targetBytes + 64 * 1024);
+    if (sink == nullptr) transcript.text.reserve(shape.targetBytes + 64 * 1024);
     Random random(shape.seed);
-    LineWriter writer{shape, random, transcript};
+    LineWriter writer{shape, random, transcript, sink};
 
     // A turn is 2.2 lines on average: an assistant call, its result (the
     // output twice, escaped), and every tenth turn a prompt and a plain
@@ -208,7 +223,7 @@ Transcript generateTranscript(const TranscriptShape& shape) {
 
     const std::size_t finalReserve = shape.finalMessage.size() + 1024;
     std::size_t turn = 0;
-    while (transcript.text.size() + finalReserve < shape.targetBytes) {
+    while (transcript.bytes + finalReserve < shape.targetBytes) {
         if (turn % 10 == 0) writer.userPrompt(100 + random.below(900));
         std::string text;
         appendWords(text, random, 80 + random.below(500));
@@ -227,7 +242,16 @@ Transcript generateTranscript(const TranscriptShape& shape) {
         ++turn;
     }
     writer.assistant(shape.finalMessage, nullptr);
+    writer.flush();
     return transcript;
+}
+
+}  // namespace
+
+Transcript generateTranscript(const TranscriptShape& shape) { return generate(shape, nullptr); }
+
+Transcript generateTranscript(const TranscriptShape& shape, const std::function<void(std::string_view)>& sink) {
+    return generate(shape, &sink);
 }
 
 }  // namespace bench

@@ -7,7 +7,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <string_view>
 
 namespace bench {
 
@@ -23,11 +25,16 @@ struct TranscriptShape {
 
 struct Transcript {
     std::string text;  // ends with a line feed
+    std::size_t bytes = 0;
     std::size_t lines = 0;
     std::size_t linesWithEscapes = 0;
 };
 
 Transcript generateTranscript(const TranscriptShape& shape);
+
+// The same transcript handed to `sink` in pieces of about a megabyte, for
+// files too large to build in memory; the result's `text` stays empty.
+Transcript generateTranscript(const TranscriptShape& shape, const std::function<void(std::string_view)>& sink);
 
 // A JSON string literal the way JavaScript's JSON.stringify writes it.
 std::string jsonString(std::string_view text);

@@ -189,55 +189,83 @@ std::optional<double> modificationTime(const std::string& path) {
 
 namespace {
 
-// A regular file opened for reading, and its size then; -1 for anything
-// else. Opening never blocks, so a FIFO in the file's place is not waited on.
-int openRegular(const std::string& path, std::uint64_t& size) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (fd < 0) return -1;
-    struct stat info;
-    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
-        ::close(fd);
-        return -1;
-    }
-    size = static_cast<std::uint64_t>(info.st_size);
-    return fd;
-}
-
-// Up to `length` bytes from `offset`; fewer when the file ends (or was cut) first.
-std::optional<std::string> readAt(int fd, std::uint64_t offset, std::size_t length) {
-    std::string bytes(length, '\0');
+// Up to `length` bytes from `offset` into `into`; fewer when the file ends
+// (or was cut) first.
+std::optional<std::size_t> readInto(int fd, std::uint64_t offset, char* into, std::size_t length) {
     std::size_t used = 0;
     while (used < length) {
-        const ssize_t n = ::pread(fd, bytes.data() + used, length - used, static_cast<off_t>(offset + used));
+        const ssize_t n = ::pread(fd, into + used, length - used, static_cast<off_t>(offset + used));
         if (n < 0 && errno == EINTR) continue;
         if (n < 0) return std::nullopt;
         if (n == 0) break;
         used += static_cast<std::size_t>(n);
     }
-    bytes.resize(used);
+    return used;
+}
+
+std::int64_t nanoseconds(const timespec& time) {
+    return static_cast<std::int64_t>(time.tv_sec) * 1000000000 + static_cast<std::int64_t>(time.tv_nsec);
+}
+
+// Up to `length` bytes of `file` from `offset`.
+std::optional<std::string> readString(const ReadOnlyFile& file, std::uint64_t offset, std::size_t length) {
+    std::string bytes(length, '\0');
+    const std::optional<std::size_t> used = file.readAt(offset, bytes.data(), length);
+    if (!used) return std::nullopt;
+    bytes.resize(*used);
     return bytes;
 }
 
 }  // namespace
 
-std::optional<FileTail> readTail(const std::string& path, std::size_t maxBytes) {
-    std::uint64_t size = 0;
-    const int fd = openRegular(path, size);
+std::optional<ReadOnlyFile> ReadOnlyFile::open(const std::string& path) {
+    // Opening never blocks, so a FIFO in the file's place is not waited on.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0) return std::nullopt;
+    struct stat info;
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        ::close(fd);
+        return std::nullopt;
+    }
+#if defined(__APPLE__)
+    const timespec& modified = info.st_mtimespec;
+    const timespec& changed = info.st_ctimespec;
+#else
+    const timespec& modified = info.st_mtim;
+    const timespec& changed = info.st_ctim;
+#endif
+    const FileIdentity identity{static_cast<std::uint64_t>(info.st_dev), static_cast<std::uint64_t>(info.st_ino),
+                                static_cast<std::uint64_t>(info.st_size), nanoseconds(modified), nanoseconds(changed)};
+    return ReadOnlyFile(fd, identity);
+}
+
+ReadOnlyFile::ReadOnlyFile(ReadOnlyFile&& other) noexcept : fd_(other.fd_), identity_(other.identity_) {
+    other.fd_ = -1;
+}
+
+ReadOnlyFile::~ReadOnlyFile() {
+    if (fd_ >= 0) ::close(fd_);
+}
+
+std::optional<std::size_t> ReadOnlyFile::readAt(std::uint64_t offset, char* into, std::size_t length) const {
+    if (offset >= identity_.size) return 0;
+    return readInto(fd_, offset, into, static_cast<std::size_t>(std::min<std::uint64_t>(length, identity_.size - offset)));
+}
+
+std::optional<FileTail> readTail(const std::string& path, std::size_t maxBytes) {
+    const std::optional<ReadOnlyFile> file = ReadOnlyFile::open(path);
+    if (!file) return std::nullopt;
+    const std::uint64_t size = file->size();
     const std::size_t length = size > maxBytes ? maxBytes : static_cast<std::size_t>(size);
-    std::optional<std::string> bytes = readAt(fd, size - length, length);
-    ::close(fd);
+    std::optional<std::string> bytes = readString(*file, size - length, length);
     if (!bytes) return std::nullopt;
     return FileTail{std::move(*bytes), size - length};
 }
 
 std::optional<std::string> readRange(const std::string& path, std::uint64_t offset, std::size_t maxBytes) {
-    std::uint64_t size = 0;
-    const int fd = openRegular(path, size);
-    if (fd < 0) return std::nullopt;
-    std::optional<std::string> bytes = readAt(fd, offset, offset >= size ? 0 : std::min<std::uint64_t>(maxBytes, size - offset));
-    ::close(fd);
-    return bytes;
+    const std::optional<ReadOnlyFile> file = ReadOnlyFile::open(path);
+    if (!file) return std::nullopt;
+    return readString(*file, offset, offset >= file->size() ? 0 : std::min<std::uint64_t>(maxBytes, file->size() - offset));
 }
 
 std::optional<std::uint64_t> regularFileSize(const std::string& path) {

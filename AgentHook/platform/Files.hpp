@@ -100,4 +100,43 @@ std::optional<std::string> readRange(const std::string& path, std::uint64_t offs
 // The size of a regular file; nothing for anything else.
 std::optional<std::uint64_t> regularFileSize(const std::string& path);
 
+// What tells one state of a file from another: a file rewritten or appended
+// to gets a new size or new times, a replaced one a new inode.
+struct FileIdentity {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    std::uint64_t size = 0;
+    std::int64_t modifiedNanoseconds = 0;
+    std::int64_t changedNanoseconds = 0;
+    bool operator==(const FileIdentity&) const = default;
+};
+
+// A regular file opened for reading piece by piece, for files other programs
+// may change meanwhile (nothing is mapped, so a file cut short never faults).
+// Opening never blocks and refuses anything but a regular file: a FIFO, a
+// device or a directory is never read.
+class ReadOnlyFile {
+public:
+    static std::optional<ReadOnlyFile> open(const std::string& path);
+    ReadOnlyFile(ReadOnlyFile&& other) noexcept;
+    ReadOnlyFile& operator=(ReadOnlyFile&&) = delete;
+    ReadOnlyFile(const ReadOnlyFile&) = delete;
+    ReadOnlyFile& operator=(const ReadOnlyFile&) = delete;
+    ~ReadOnlyFile();
+
+    // As the file was when opened; readers stop at this size even if it grows.
+    const FileIdentity& identity() const { return identity_; }
+    std::uint64_t size() const { return identity_.size; }
+
+    // Reads up to `length` bytes from `offset` into `into`, fewer only where
+    // the file ends (or was cut); interrupted reads are resumed. Nothing when
+    // a read fails.
+    std::optional<std::size_t> readAt(std::uint64_t offset, char* into, std::size_t length) const;
+
+private:
+    ReadOnlyFile(int fd, const FileIdentity& identity) : fd_(fd), identity_(identity) {}
+    int fd_ = -1;
+    FileIdentity identity_;
+};
+
 }  // namespace AgentHook::platform

@@ -1,10 +1,18 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include <sys/stat.h>
 
+#include <cstdlib>
+#include <random>
+#include <vector>
+
+#include "claude/ClaudeHookInput.hpp"
 #include "claude/Transcript.hpp"
 #include "support/TestSupport.hpp"
+#include "text/Json.hpp"
+#include "text/Utf8.hpp"
 
+using namespace AgentHook;
 using namespace AgentHook::Claude;
 using testsupport::TempDir;
 
@@ -47,18 +55,38 @@ TEST(Transcript, LastAssistantMessage) {
         {"truncated last line", assistant(R"("complete")") + "\n" + R"({"type":"assistant","message":{"content":"cut)",
          "complete"},
         {"CR LF and other separators", assistant(R"("one")") + "\r\n" + kUser + "\xE2\x80\xA8" + "\n", "one"},
+        {"a raw line separator inside a string splits the entry", assistant(R"("whole")") + "\n" +
+         assistant("\"split\xE2\x80\xA8here\""), "whole"},
+        {"escaped type", assistant(R"("plain")") + "\n" + R"({"type":"\u0061ssistant","message":{"content":"esc"}})",
+         "esc"},
         {"null content is skipped", assistant(R"("earlier")") + "\n" + assistant("null"), "earlier"},
         {"empty text block counts as present", assistant(R"([{"type":"text","text":""},{"type":"text","text":"x"}])"),
          "\nx"},
         {"no assistant entry", kUser + "\n", "<absent>"},
-        {"a file large enough to be mapped", assistant(R"("big")") + "\n" + std::string(3 << 20, ' ') + "\n", "big"},
+        {"an entry longer than a read", assistant("\"" + std::string(600 * 1024, 'y') + "\"") + "\n" + kUser,
+         std::string(600 * 1024, 'y')},
         {"invalid UTF-8 anywhere", assistant(R"("fine")") + "\n\xFF\n", "<absent>"},
+        {"a sequence cut at the end", assistant(R"("fine")") + "\n\xE2\x82", "<absent>"},
     };
     for (const Case& c : cases) {
         TempDir dir;
         EXPECT_EQ(lastMessageOf(dir, c.transcript), c.expected) << c.label;
     }
     EXPECT_FALSE(extractLastAssistantMessage("/nonexistent/transcript.jsonl"));
+}
+
+// A FIFO is never opened for a blocking read, and an endless device or a
+// directory is never read: each is as good as no transcript.
+TEST(Transcript, OnlyRegularFilesAreRead) {
+    TempDir dir;
+    const std::string fifo = dir.file("fifo.jsonl");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    testsupport::makeDirectories(dir.file("folder.jsonl"));
+    for (const std::string& path : {fifo, std::string("/dev/zero"), dir.file("folder.jsonl")}) {
+        EXPECT_FALSE(extractLastAssistantMessage(path)) << path;
+        EXPECT_FALSE(customTitleOfTranscript(path)) << path;
+        EXPECT_FALSE(indexSummaryOfFile(path, "s1")) << path;
+    }
 }
 
 TEST(Transcript, ProjectFolderReplacesOnlySlashes) {
@@ -81,6 +109,8 @@ TEST(Transcript, CustomTitles) {
         {"a non-string title is passed over", title + "\n" + R"({"type":"custom-title","customTitle":5})",
          "Voice work"},
         {"escaped spelling still counts", R"({"type":"custom\u002dtitle","customTitle":"Escaped"})", "Escaped"},
+        {"all of it escaped", R"({"type":"\u0063ustom\u002Dtitl\u0065","customTitle":"All"})", "All"},
+        {"the type after the title", R"({"customTitle":"Key order","type":"custom-title"})", "Key order"},
         {"a mention inside text is not an entry", R"({"type":"user","message":"custom-title"})", "<absent>"},
         {"no title", kUser + "\n" + R"({"x":"\u001b[0m"})", "<absent>"},
     };
@@ -99,6 +129,9 @@ TEST(Transcript, IndexSummaries) {
         {R"({"entries":{}})", "<absent>"},
         {R"([])", "<absent>"},
         {R"({"entries":[{"sessionId":"S1","summary":"case differs"}]})", "<absent>"},
+        {R"({"entries":[{"sessionId":"s1","summary":"Old"}],"entries":[{"sessionId":"s1","summary":"New"}]})", "New"},
+        {R"({"entries":[{"sessionId":"s1","summary":"Dup","summary":7}]})", "<absent>"},
+        {R"({"entries":[{"sessionId":"s1","summary":"Yes"}]} trailing)", "<absent>"},
     };
     for (const Case& c : cases) EXPECT_EQ(indexSummary(c.index, "s1").value_or("<absent>"), c.expected) << c.index;
 }
@@ -127,4 +160,276 @@ TEST(Transcript, SessionTitleLookup) {
     testsupport::writeText(real + "/s2.jsonl", R"({"type":"custom-title","customTitle":"Found"})" "\n");
     EXPECT_EQ(getSessionTitle("s2", "/w/my app", real + "/s2.jsonl"), "Found");
     EXPECT_FALSE(getSessionTitle("s2", "/w/my app"));
+}
+
+// The message and the title share one pass over a transcript; a transcript
+// that has grown since is read again.
+TEST(Transcript, AChangedTranscriptIsReadAgain) {
+    TempDir dir;
+    const std::string path = dir.file("s.jsonl");
+    const std::string first = assistant(R"("one")") + "\n" + R"({"type":"custom-title","customTitle":"First"})" "\n";
+    testsupport::writeText(path, first);
+    EXPECT_EQ(extractLastAssistantMessage(path), "one");
+    EXPECT_EQ(customTitleOfTranscript(path), "First");
+    testsupport::writeText(path, first + R"({"type":"custom-title","customTitle":"Second"})" "\n");
+    EXPECT_EQ(customTitleOfTranscript(path), "Second");
+    testsupport::writeText(path, first + "\xC0\x80\n");
+    EXPECT_FALSE(extractLastAssistantMessage(path));
+    EXPECT_FALSE(customTitleOfTranscript(path));
+}
+
+// A line of exactly the longest length is read, one byte more is passed
+// over, wherever the reads happen to cut it.
+TEST(Transcript, LinesAtTheLengthLimit) {
+    TempDir dir;
+    constexpr std::size_t kLongest = 100;
+    const auto padded = [](std::string head, std::size_t length) {
+        head.append(length - head.size() - 2, 'x');
+        return head + "\"}";
+    };
+    const std::string titleHead = R"({"type":"custom-title","customTitle":")";
+    const std::string messageHead = R"({"type":"assistant","message":{"content":")";
+    for (const std::size_t chunk : {7u, 64u, 99u, 100u, 101u, 1000u}) {
+        for (const std::size_t length : {kLongest, kLongest + 1}) {
+            const TranscriptLimits limits{chunk, kLongest};
+            const std::string title = padded(titleHead, length);
+            const std::string message = padded(messageHead, length - 1) + "}";
+            const std::string label = "chunk " + std::to_string(chunk) + ", line of " + std::to_string(length);
+            const std::string files[] = {title + "\n" + message, message + "\r\n" + title + "\n"};
+            for (std::size_t i = 0; i < std::size(files); ++i) {
+                const std::string& file = files[i];
+                const std::string path = dir.file(label + " " + std::to_string(i));
+                testsupport::writeText(path, file);
+                EXPECT_EQ(customTitleOfTranscript(path, limits).has_value(), length == kLongest) << label << "\n" << file;
+                EXPECT_EQ(extractLastAssistantMessage(path, limits).has_value(), length == kLongest) << label << "\n" << file;
+            }
+        }
+    }
+}
+
+// ---------------------------------------------------------------------------
+// The bounded readers against whole-file reading, on generated files.
+
+namespace {
+
+// Whole-file reading, step by step as the lookup is defined; lines longer
+// than `longestLine` count as absent, as the bounded readers skip them.
+namespace reference {
+
+bool isLineSeparator(long codePoint) {
+    return (codePoint >= 0x0A && codePoint <= 0x0D) || codePoint == 0x85 || codePoint == 0x2028 ||
+           codePoint == 0x2029;
+}
+
+std::optional<std::string> lastAssistantMessage(std::string_view file, std::size_t longestLine) {
+    if (!text::isValidUtf8(file)) return std::nullopt;
+    std::vector<std::string_view> lines;
+    std::size_t lineStart = 0;
+    for (std::size_t i = 0; i < file.size();) {
+        const std::size_t before = i;
+        if (isLineSeparator(text::decodeCodePoint(file, i))) {
+            lines.push_back(file.substr(lineStart, before - lineStart));
+            lineStart = i;
+        }
+    }
+    lines.push_back(file.substr(lineStart));
+    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
+        if (line->empty() || line->size() > longestLine) continue;
+        const std::optional<TranscriptEntry> entry = decodeTranscriptEntry(*line);
+        if (!entry || entry->type != "assistant" || !entry->message || !entry->message->content) continue;
+        std::string message = contentText(*entry->message->content);
+        if (!message.empty()) return message;
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> customTitle(std::string_view file, std::size_t longestLine, bool checkUtf8) {
+    if (checkUtf8 && !text::isValidUtf8(file)) return std::nullopt;
+    std::vector<std::string_view> lines;
+    for (std::size_t start = 0;;) {
+        const std::size_t end = file.find('\n', start);
+        lines.push_back(file.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start));
+        if (end == std::string_view::npos) break;
+        start = end + 1;
+    }
+    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
+        if (line->size() > longestLine) continue;
+        const std::optional<text::Json> entry = text::parseJson(*line);
+        if (!entry || !entry->is_object() || text::stringMember(*entry, "type") != "custom-title") continue;
+        std::optional<std::string> title = text::stringMember(*entry, "customTitle");
+        if (title && !title->empty()) return title;
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> indexSummary(std::string_view index, const std::string& sessionId) {
+    const std::optional<text::Json> document = text::parseJson(index);
+    if (!document || !document->is_object()) return std::nullopt;
+    const auto entries = document->find("entries");
+    if (entries == document->end() || !entries->is_array()) return std::nullopt;
+    for (const text::Json& entry : *entries) {
+        if (!entry.is_object()) return std::nullopt;
+    }
+    for (const text::Json& entry : *entries) {
+        if (text::stringMember(entry, "sessionId") != sessionId) continue;
+        std::optional<std::string> summary = text::stringMember(entry, "summary");
+        if (summary && !summary->empty()) return summary;
+    }
+    return std::nullopt;
+}
+
+}  // namespace reference
+
+class Generator {
+public:
+    explicit Generator(unsigned seed) : random_(seed) {}
+
+    bool chance(unsigned percent) { return below(100) < percent; }
+    std::size_t below(std::size_t limit) { return std::uniform_int_distribution<std::size_t>(0, limit - 1)(random_); }
+    template <class T, std::size_t N>
+    const T& pick(const T (&items)[N]) { return items[below(N)]; }
+
+    // The inside of a JSON string: words, non-ASCII text, escapes, raw line
+    // separators (allowed in JSON strings), now and then one of the byte
+    // sequences at the edges of UTF-8, and sometimes long.
+    std::string stringBody() {
+        static const char* const pieces[] = {
+            "done ", "the parser ", "é", "日本語", "🚀", "\\u00e9", "\\u001b[0m", "\\n", "\\\"q\\\" ", "\\\\",
+            "custom-title ", "assistant ", "\xE2\x80\xA8", "\xE2\x80\xA9", "\xC2\x85", "\xC2\x80", "\xDF\xBF",
+            "\xE0\xA0\x80", "\xED\x9F\xBF", "\xEE\x80\x80", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF"};
+        std::string body;
+        const std::size_t count = chance(15) ? 40 + below(120) : below(8);
+        for (std::size_t i = 0; i < count; ++i) body += pick(pieces);
+        if (chance(2)) body += pick(kInvalid);
+        return body;
+    }
+
+    std::string entry() {
+        const std::string text = "\"" + stringBody() + "\"";
+        switch (below(12)) {
+            case 0: return R"({"type":"assistant","message":{"content":)" + text + "}}";
+            case 1:
+                return R"({"type":"assistant","message":{"content":[{"type":"text","text":)" + text +
+                       R"(},{"type":"tool_use","name":"Bash","input":{}},{"type":"text","text":)" + text + "}]}}";
+            case 2: return R"({"type":"assistant","message":{"content":[{"type":"tool_use","name":"Read","input":{}}]}})";
+            case 3: return R"({"type":"assistant","message":{"content":[{"type":"text","text":""}]}})";
+            case 4: return R"({"type":"\u0061ssistant","slug":)" + std::string(chance(50) ? "7" : "\"s\"") +
+                           R"(,"message":{"content":)" + text + "}}";
+            case 5: return R"({"type":"user","message":{"content":)" + text + "}}";
+            case 6: return R"({"type":"custom-title","customTitle":)" + text + R"(,"sessionId":"s1"})";
+            case 7: return R"({"customTitle":)" + text + R"(,"type":"custom\u002dtitle"})";
+            case 8: return R"({"type":"custom-title","customTitle":)" + std::string(chance(50) ? "5" : "\"\"") + "}";
+            case 9: return R"({"type":"summary","summary":)" + text + "}";
+            case 10: return stringBody();
+            default: return "";
+        }
+    }
+
+    std::string transcript() {
+        static const char* const separators[] = {"\n", "\n", "\n", "\n", "\r\n", "\r", "\x0B", "\x0C", "\xC2\x85",
+                                                 "\xE2\x80\xA8", "\n\n"};
+        std::string file;
+        const std::size_t lines = below(25);
+        for (std::size_t i = 0; i < lines; ++i) {
+            std::string line = entry();
+            if (chance(10)) line.resize(below(line.size() + 1));  // cut short
+            file += line;
+            if (i + 1 < lines || chance(60)) file += pick(separators);
+        }
+        if (chance(3)) file.insert(below(file.size() + 1), pick(kInvalid));
+        return file;
+    }
+
+    std::string index() {
+        static const char* const entries[] = {
+            R"({"sessionId":"s1","summary":"Mine"})",
+            R"({"sessionId":"s2","summary":"Other"})",
+            R"({"sessionId":"s1","summary":""})",
+            R"({"sessionId":"s1"})",
+            R"({"sessionId":"s1","summary":{"a":["b"]}})",
+            R"({"summary":"x","sessionId":"s2","sessionId":"s1"})",
+            R"({"sessionId":"s1","summary":"Twice","summary":null})",
+            R"({"sessionId":"s1","x":{"sessionId":"s9","summary":"Deep"},"summary":"Outer"})",
+            R"({"sessionId":5,"summary":"Number"})",
+            R"({})",
+            R"(3)",
+            R"([{"sessionId":"s1","summary":"In array"}])",
+        };
+        std::string list = "[";
+        for (std::size_t i = 0, count = below(5); i < count; ++i) list += std::string(i ? "," : "") + pick(entries);
+        list += "]";
+        std::string document;
+        switch (below(8)) {
+            case 0: document = list; break;
+            case 1: document = R"({"entries":{"sessionId":"s1","summary":"Object"}})"; break;
+            case 2: document = R"({"entries":)" + list + R"(,"entries":)" + list + "}"; break;
+            case 3: document = R"({"entries":[{"sessionId":"s1","summary":"First"}],"entries":7})"; break;
+            default: document = R"({"version":1,"entries":)" + list + R"(,"more":[{"entries":[]}]})"; break;
+        }
+        if (chance(15)) document.resize(below(document.size() + 1));
+        if (chance(5)) document += " {}";
+        if (chance(5)) document.insert(below(document.size() + 1), pick(kInvalid));
+        return document;
+    }
+
+private:
+    static constexpr const char* kInvalid[] = {"\xC0\x80", "\xC1\xBF", "\xE0\x9F\xBF", "\xED\xA0\x80",
+                                                "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80",
+                                                "\xFF", "\x80", "\xE2\x82", "\xC3"};
+    std::mt19937 random_;
+};
+
+std::string shown(const std::optional<std::string>& value) { return value.value_or("<absent>"); }
+
+// Chunks from a few bytes (every boundary falls inside a line, a separator or
+// a character) to the default, with and without a line limit the files reach.
+const TranscriptLimits kLimits[] = {{7, 64u << 20}, {16, 64u << 20}, {64, 300}, {1000, 300}, {}};
+
+}  // namespace
+
+TEST(TranscriptReaders, GiveWhatReadingTheWholeFileGives) {
+    TempDir dir;
+    Generator generator(20240611);
+    std::vector<std::string> files = {"", "\n", "\r\n", assistant(R"("no line feed")"), "\xE2\x80\xA8"};
+    while (files.size() < 400) files.push_back(generator.transcript());
+    for (std::size_t f = 0; f < files.size(); ++f) {
+        const std::string& file = files[f];
+        EXPECT_EQ(shown(latestCustomTitle(file)), shown(reference::customTitle(file, SIZE_MAX, false))) << file;
+        for (std::size_t l = 0; l < std::size(kLimits); ++l) {
+            const TranscriptLimits& limits = kLimits[l];
+            // A file of its own for each limit, so that no pass is shared
+            // across them; the order of the two lookups alternates.
+            const std::string path = dir.file(std::to_string(f) + "-" + std::to_string(l) + ".jsonl");
+            testsupport::writeText(path, file);
+            std::optional<std::string> message, title;
+            if ((f + l) % 2 == 0) {
+                message = extractLastAssistantMessage(path, limits);
+                title = customTitleOfTranscript(path, limits);
+            } else {
+                title = customTitleOfTranscript(path, limits);
+                message = extractLastAssistantMessage(path, limits);
+            }
+            const std::string context = "file " + std::to_string(f) + ", chunk " + std::to_string(limits.chunk) +
+                                        ", longest line " + std::to_string(limits.longestLine) + ":\n" + file;
+            EXPECT_EQ(shown(message), shown(reference::lastAssistantMessage(file, limits.longestLine))) << context;
+            EXPECT_EQ(shown(title), shown(reference::customTitle(file, limits.longestLine, true))) << context;
+        }
+    }
+}
+
+TEST(TranscriptReaders, IndexGivesWhatParsingTheWholeDocumentGives) {
+    TempDir dir;
+    Generator generator(7);
+    for (int i = 0; i < 400; ++i) {
+        const std::string index = generator.index();
+        const std::optional<std::string> expected = reference::indexSummary(index, "s1");
+        EXPECT_EQ(shown(indexSummary(index, "s1")), shown(expected)) << index;
+        const std::string path = dir.file("index-" + std::to_string(i) + ".json");
+        testsupport::writeText(path, index);
+        for (const TranscriptLimits& limits : kLimits) {
+            EXPECT_EQ(shown(indexSummaryOfFile(path, "s1", limits)),
+                      shown(index.size() > limits.longestLine ? std::nullopt : expected))
+                << "chunk " << limits.chunk << ": " << index;
+        }
+    }
 }

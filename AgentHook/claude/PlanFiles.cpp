@@ -113,9 +113,14 @@ std::optional<std::string> lastPlanSlug(std::string_view text) {
 }
 
 std::optional<std::string> extractPlanSlug(const std::string& transcriptPath) {
-    const std::optional<platform::FileView> transcript = platform::FileView::open(transcriptPath);
-    if (!transcript || !text::isValidUtf8(transcript->bytes())) return std::nullopt;
-    return lastPlanSlug(transcript->bytes());
+    // Read, never mapped (a file cut while mapped kills the reader), and only
+    // a regular file. Only a plan review reads the whole transcript here.
+    const std::optional<std::uint64_t> size = platform::regularFileSize(transcriptPath);
+    if (!size) return std::nullopt;
+    const std::optional<std::string> transcript =
+        platform::readRange(transcriptPath, 0, static_cast<std::size_t>(*size));
+    if (!transcript || !text::isValidUtf8(*transcript)) return std::nullopt;
+    return lastPlanSlug(*transcript);
 }
 
 std::optional<std::string> findMostRecentPlanContent(const std::string& /*cwd*/,

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -84,43 +83,6 @@ std::optional<std::string> readFile(const std::string& path) {
     std::optional<std::string> bytes = readAll(fd);
     ::close(fd);
     return bytes;
-}
-
-std::optional<FileView> FileView::open(const std::string& path) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return std::nullopt;
-    FileView view;
-    struct stat info;
-    constexpr off_t kMapFrom = 1 << 20;  // small files are cheaper to read
-    if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size >= kMapFrom) {
-#if defined(MAP_POPULATE)
-        const int flags = MAP_PRIVATE | MAP_POPULATE;
-#else
-        const int flags = MAP_PRIVATE;
-#endif
-        void* address = ::mmap(nullptr, static_cast<std::size_t>(info.st_size), PROT_READ, flags, fd, 0);
-        if (address != MAP_FAILED) {
-            view.mapped_ = static_cast<char*>(address);
-            view.size_ = static_cast<std::size_t>(info.st_size);
-            ::close(fd);
-            return view;
-        }
-    }
-    std::optional<std::string> bytes = readAll(fd);
-    ::close(fd);
-    if (!bytes) return std::nullopt;
-    view.copy_ = std::move(*bytes);
-    return view;
-}
-
-FileView::FileView(FileView&& other) noexcept
-    : mapped_(other.mapped_), size_(other.size_), copy_(std::move(other.copy_)) {
-    other.mapped_ = nullptr;
-    other.size_ = 0;
-}
-
-FileView::~FileView() {
-    if (mapped_ != nullptr) ::munmap(mapped_, size_);
 }
 
 bool writeFile(const std::string& path, std::string_view bytes, std::string* error) {

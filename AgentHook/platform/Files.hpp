@@ -32,27 +32,6 @@ std::optional<std::string> readOwnFile(const std::string& path, std::string& ref
 // The whole file, or nothing when it cannot be opened or read.
 std::optional<std::string> readFile(const std::string& path);
 
-// A read-only view of a whole file. Large transcripts are mapped rather than
-// copied: reading 100 MB into fresh heap memory costs ten times as much as
-// mapping it from the page cache. The agent only ever appends to those files;
-// a file truncated while it is mapped would fault on access.
-class FileView {
-public:
-    static std::optional<FileView> open(const std::string& path);
-    FileView(FileView&& other) noexcept;
-    FileView& operator=(FileView&&) = delete;
-    FileView(const FileView&) = delete;
-    FileView& operator=(const FileView&) = delete;
-    ~FileView();
-    std::string_view bytes() const { return mapped_ ? std::string_view(mapped_, size_) : std::string_view(copy_); }
-
-private:
-    FileView() = default;
-    char* mapped_ = nullptr;
-    std::size_t size_ = 0;
-    std::string copy_;
-};
-
 // Creates (or truncates) `path`, mode 0600 and never through a symbolic
 // link, and writes `bytes` to it.
 bool writeFile(const std::string& path, std::string_view bytes, std::string* error = nullptr);

@@ -9,59 +9,46 @@ namespace {
 // NUL and anything at all would pass for an object. JSON text never holds one.
 bool hasNulByte(std::string_view bytes) { return bytes.find('\0') != std::string_view::npos; }
 
-bool writeValue(std::string& out, const Json& value, int indent, int depth) {
-    const bool pretty = indent > 0;
+template <class J>
+bool writeValue(std::string& out, const J& value, const JsonLayout& layout, int depth) {
+    const bool pretty = !layout.indent.empty();
     auto newline = [&](int level) {
         if (!pretty) return;
         out.push_back('\n');
-        out.append(static_cast<std::size_t>(indent * level), ' ');
+        for (int i = 0; i < level; ++i) out.append(layout.indent);
     };
     switch (value.type()) {
-        case Json::value_t::object: {
+        case J::value_t::object:
+        case J::value_t::array: {
+            const bool object = value.is_object();
             if (value.empty()) {
-                out.append("{}");
+                out.append(object ? "{}" : "[]");
                 return true;
             }
-            out.push_back('{');
+            out.push_back(object ? '{' : '[');
             bool first = true;
             for (const auto& [key, member] : value.items()) {
                 if (!first) out.push_back(',');
                 first = false;
                 newline(depth + 1);
-                if (!appendJsonString(out, key)) return false;
-                out.append(pretty ? " : " : ":");
-                if (!writeValue(out, member, indent, depth + 1)) return false;
+                if (object) {
+                    if (!appendJsonString(out, key, layout.escapeSlash)) return false;
+                    out.append(layout.keySeparator);
+                }
+                if (!writeValue(out, member, layout, depth + 1)) return false;
             }
             newline(depth);
-            out.push_back('}');
+            out.push_back(object ? '}' : ']');
             return true;
         }
-        case Json::value_t::array: {
-            if (value.empty()) {
-                out.append("[]");
-                return true;
-            }
-            out.push_back('[');
-            bool first = true;
-            for (const Json& element : value) {
-                if (!first) out.push_back(',');
-                first = false;
-                newline(depth + 1);
-                if (!writeValue(out, element, indent, depth + 1)) return false;
-            }
-            newline(depth);
-            out.push_back(']');
-            return true;
-        }
-        case Json::value_t::string:
-            return appendJsonString(out, value.get_ref<const std::string&>());
-        case Json::value_t::binary: {
-            // A number's text as it was read (parseJsonKeepingNumbers).
+        case J::value_t::string:
+            return appendJsonString(out, value.template get_ref<const std::string&>(), layout.escapeSlash);
+        case J::value_t::binary: {
             const auto& digits = value.get_binary();
             out.append(digits.begin(), digits.end());
             return true;
         }
-        case Json::value_t::discarded:
+        case J::value_t::discarded:
             return false;
         default:
             // null, booleans and numbers have one spelling.
@@ -72,7 +59,7 @@ bool writeValue(std::string& out, const Json& value, int indent, int depth) {
 
 }  // namespace
 
-bool appendJsonString(std::string& out, std::string_view text) {
+bool appendJsonString(std::string& out, std::string_view text, bool escapeSlash) {
     if (!isValidUtf8(text)) return false;
     static constexpr char hex[] = "0123456789abcdef";
     out.push_back('"');
@@ -80,7 +67,7 @@ bool appendJsonString(std::string& out, std::string_view text) {
         switch (c) {
             case '"': out.append("\\\""); break;
             case '\\': out.append("\\\\"); break;
-            case '/': out.append("\\/"); break;
+            case '/': out.append(escapeSlash ? "\\/" : "/"); break;
             case '\b': out.append("\\b"); break;
             case '\f': out.append("\\f"); break;
             case '\n': out.append("\\n"); break;
@@ -100,17 +87,19 @@ bool appendJsonString(std::string& out, std::string_view text) {
     return true;
 }
 
-std::optional<std::string> toCompactJson(const Json& value) {
+template <class J>
+std::optional<std::string> writeJson(const J& value, const JsonLayout& layout) {
     std::string out;
-    if (!writeValue(out, value, 0, 0)) return std::nullopt;
+    if (!writeValue(out, value, layout, 0)) return std::nullopt;
     return out;
 }
 
-std::optional<std::string> toPrettyJson(const Json& value) {
-    std::string out;
-    if (!writeValue(out, value, 2, 0)) return std::nullopt;
-    return out;
-}
+template std::optional<std::string> writeJson(const Json&, const JsonLayout&);
+template std::optional<std::string> writeJson(const nlohmann::ordered_json&, const JsonLayout&);
+
+std::optional<std::string> toCompactJson(const Json& value) { return writeJson(value, JsonLayout{"", ":"}); }
+
+std::optional<std::string> toPrettyJson(const Json& value) { return writeJson(value, JsonLayout{"  ", " : "}); }
 
 std::optional<Json> parseJson(std::string_view bytes) {
     if (hasNulByte(bytes)) return std::nullopt;
@@ -122,53 +111,67 @@ std::optional<Json> parseJson(std::string_view bytes) {
 namespace {
 
 // Builds the tree as nlohmann's own DOM parser does, keeping the text of
-// floating-point numbers.
-class KeepingNumbers : public nlohmann::json_sax<Json> {
+// floating-point numbers, and remembering where a syntax error was found.
+template <class J>
+class KeepingNumbers : public nlohmann::json_sax<J> {
+    using Base = nlohmann::json_sax<J>;
+
 public:
     static constexpr std::size_t kMaxDepth = 512;
-    Json root;
+    J root;
+    std::size_t errorOffset = 0;
+    std::string problem;
 
-    bool null() override { return add(Json(nullptr)); }
-    bool boolean(bool value) override { return add(Json(value)); }
-    bool number_integer(number_integer_t value) override { return add(Json(value)); }
-    bool number_unsigned(number_unsigned_t value) override { return add(Json(value)); }
-    bool number_float(number_float_t, const string_t& text) override {
-        return add(Json::binary(Json::binary_t::container_type(text.begin(), text.end())));
+    bool null() override { return add(J(nullptr)); }
+    bool boolean(bool value) override { return add(J(value)); }
+    bool number_integer(typename Base::number_integer_t value) override { return add(J(value)); }
+    bool number_unsigned(typename Base::number_unsigned_t value) override { return add(J(value)); }
+    bool number_float(typename Base::number_float_t, const typename Base::string_t& text) override {
+        return add(J::binary(typename J::binary_t::container_type(text.begin(), text.end())));
     }
-    bool string(string_t& value) override { return add(Json(std::move(value))); }
-    bool binary(binary_t& value) override { return add(Json::binary(std::move(value))); }
-    bool start_object(std::size_t) override { return open(Json::object()); }
-    bool key(string_t& name) override {
+    bool string(typename Base::string_t& value) override { return add(J(std::move(value))); }
+    bool binary(typename Base::binary_t& value) override { return add(J::binary(std::move(value))); }
+    bool start_object(std::size_t) override { return open(J::object()); }
+    bool key(typename Base::string_t& name) override {
         key_ = std::move(name);
         return true;
     }
     bool end_object() override { return close(); }
-    bool start_array(std::size_t) override { return open(Json::array()); }
+    bool start_array(std::size_t) override { return open(J::array()); }
     bool end_array() override { return close(); }
-    bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override { return false; }
+    bool parse_error(std::size_t position, const std::string&, const nlohmann::detail::exception& error) override {
+        errorOffset = position;
+        problem = error.what();
+        // "[json.exception.parse_error.101] parse error at line 1, column 2: syntax error ..."
+        if (const std::size_t colon = problem.find(": "); colon != std::string::npos) problem.erase(0, colon + 2);
+        return false;
+    }
 
 private:
     // Places a value in the open container (or as the root); the new value's address.
-    Json* place(Json&& value) {
+    J* place(J&& value) {
         if (stack_.empty()) {
             root = std::move(value);
             return &root;
         }
-        Json& parent = *stack_.back();
+        J& parent = *stack_.back();
         if (parent.is_array()) {
             parent.push_back(std::move(value));
             return &parent.back();
         }
-        Json& slot = parent[key_];
+        J& slot = parent[key_];
         slot = std::move(value);
         return &slot;
     }
-    bool add(Json&& value) {
+    bool add(J&& value) {
         place(std::move(value));
         return true;
     }
-    bool open(Json&& container) {
-        if (stack_.size() >= kMaxDepth) return false;
+    bool open(J&& container) {
+        if (stack_.size() >= kMaxDepth) {
+            problem = "nested more than 512 levels deep";
+            return false;
+        }
         stack_.push_back(place(std::move(container)));
         return true;
     }
@@ -177,20 +180,35 @@ private:
         return true;
     }
 
-    std::vector<Json*> stack_;
+    std::vector<J*> stack_;
     std::string key_;
 };
 
 }  // namespace
 
-std::optional<Json> parseJsonKeepingNumbers(std::string_view bytes) {
-    if (hasNulByte(bytes)) return std::nullopt;
-    KeepingNumbers builder;
-    if (!Json::sax_parse(bytes.begin(), bytes.end(), &builder, nlohmann::json::input_format_t::json, true)) {
-        return std::nullopt;
+template <class J>
+KeptJson<J> parseKeepingNumbers(std::string_view bytes) {
+    KeptJson<J> result;
+    if (const std::size_t nul = bytes.find('\0'); nul != std::string_view::npos) {
+        result.errorOffset = nul;
+        result.problem = "a NUL byte";
+        return result;
     }
-    return std::move(builder.root);
+    KeepingNumbers<J> builder;
+    if (J::sax_parse(bytes.begin(), bytes.end(), &builder, nlohmann::json::input_format_t::json, true)) {
+        result.value = std::move(builder.root);
+        return result;
+    }
+    // The parser counts the offending byte as read: step back onto it.
+    result.errorOffset = builder.errorOffset > 0 ? builder.errorOffset - 1 : 0;
+    result.problem = builder.problem.empty() ? "not valid JSON" : builder.problem;
+    return result;
 }
+
+template KeptJson<Json> parseKeepingNumbers(std::string_view);
+template KeptJson<nlohmann::ordered_json> parseKeepingNumbers(std::string_view);
+
+std::optional<Json> parseJsonKeepingNumbers(std::string_view bytes) { return parseKeepingNumbers<Json>(bytes).value; }
 
 std::optional<std::string> stringMember(const Json& object, const char* key) {
     const auto found = object.find(key);

@@ -24,17 +24,40 @@ std::optional<std::string> toCompactJson(const Json& value);
 std::optional<std::string> toPrettyJson(const Json& value);
 
 // Appends `text` as a JSON string literal; false when it is not valid UTF-8.
-bool appendJsonString(std::string& out, std::string_view text);
+// `escapeSlash` writes "/" as "\/", as every output of the hook does.
+bool appendJsonString(std::string& out, std::string_view text, bool escapeSlash = true);
+
+// How a document is laid out. An empty indentation writes it on one line.
+struct JsonLayout {
+    std::string_view indent;
+    std::string_view keySeparator;
+    bool escapeSlash = true;
+};
+
+// Writes `value` (nlohmann::json or nlohmann::ordered_json, members in the
+// value's own order) with `layout`; nothing when a text is not valid UTF-8.
+// A binary value is a number's text kept by the reader below, written as is.
+template <class J>
+std::optional<std::string> writeJson(const J& value, const JsonLayout& layout);
+
+// One document read so that it can be written back as it was: the text of
+// every number that is not an integer is kept ("1.50", "2E3"); nesting
+// deeper than 512 levels fails. On failure, where (a byte offset) and why.
+template <class J>
+struct KeptJson {
+    std::optional<J> value;
+    std::size_t errorOffset = 0;
+    std::string problem;
+};
+
+template <class J>
+KeptJson<J> parseKeepingNumbers(std::string_view bytes);
 
 // Parses one JSON document; nothing on any syntax error, invalid UTF-8 or an
 // unpaired surrogate. Never throws.
 std::optional<Json> parseJson(std::string_view bytes);
 
-// Parses like parseJson, but keeps the text of every number that is not an
-// integer exactly as written ("1.50", "2E3"), so that a document read and
-// written back keeps its numbers. Such a number is held as a binary value
-// carrying its text, which the writer puts out verbatim. Nesting deeper than
-// 512 levels fails the parse.
+// parseKeepingNumbers for the sorted tree.
 std::optional<Json> parseJsonKeepingNumbers(std::string_view bytes);
 
 // Lenient member access: the value when the member is there with that type.

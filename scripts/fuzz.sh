@@ -16,22 +16,7 @@ cd "$repo"
 seconds=${1:-30}
 build_dir=build-fuzz
 
-scripts/setup.sh
-clang_packages=(clang-14 libclang-rt-14-dev)
-missing=()
-for p in "${clang_packages[@]}"; do
-  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
-    missing+=("$p")
-  fi
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "fuzz: installing ${missing[*]}"
-  sudo=""
-  [ "$(id -u)" -eq 0 ] || sudo="sudo"
-  export DEBIAN_FRONTEND=noninteractive
-  $sudo apt-get update -qq
-  $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
-fi
+scripts/setup.sh clang-14 libclang-rt-14-dev
 
 # Debug without NDEBUG keeps the JSON library's assertions; -O1 keeps it fast.
 cmake -B "$build_dir" -S . -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \

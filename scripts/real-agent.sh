@@ -16,20 +16,12 @@ build=${1:-$repo/build}
 mkdir -p "$build"
 build=$(cd "$build" && pwd)
 
-"$repo/scripts/setup.sh"
-
+# Node and npm may come from elsewhere than Debian: only missing commands are asked for.
 missing=()
 command -v node >/dev/null 2>&1 || missing+=(nodejs)
 command -v npm >/dev/null 2>&1 || missing+=(npm)
 command -v tmux >/dev/null 2>&1 || missing+=(tmux)
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "real-agent: installing ${missing[*]}"
-  sudo=""
-  [ "$(id -u)" -eq 0 ] || sudo="sudo"
-  export DEBIAN_FRONTEND=noninteractive
-  $sudo apt-get update -qq
-  $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
-fi
+"$repo/scripts/setup.sh" "${missing[@]}"
 
 # The version number in what COMMAND --version prints ("2.1.197 (Claude Code)",
 # "codex-cli 0.169.0"); nothing when it does not run.

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, the tests and the benchmarks need,
-# skipping those already present. Safe to run again; needs root for apt-get.
+# and any packages named as arguments, skipping those already present. Safe to
+# run again; needs root for apt-get.
 set -euo pipefail
 
 packages=(
@@ -9,6 +10,7 @@ packages=(
   dbus-daemon
   googletest libgtest-dev libgmock-dev
   libbenchmark-dev hyperfine
+  "$@"
 )
 
 missing=()

@@ -207,6 +207,8 @@ std::size_t occurrences(const std::string& text, const std::string& part) {
     return count;
 }
 
+// Install, install again, uninstall, uninstall again; then the same cycle
+// once more, when the backup left by the first is out of date.
 TEST_P(SetupFiles, InstallTwiceThenUninstall) {
     const FileCase& c = GetParam();
     SetupHome home;
@@ -216,62 +218,98 @@ TEST_P(SetupFiles, InstallTwiceThenUninstall) {
         testsupport::makeDirectories(path.substr(0, path.rfind('/')));
         writeText(path, *c.original);
     }
+    const std::optional<std::string> expectedAfter =
+        c.uninstalled && *c.uninstalled == kSame ? c.original : c.uninstalled;
+    for (int cycle = 0; cycle < 2; ++cycle) {
+        SCOPED_TRACE("cycle " + std::to_string(cycle));
+        const std::optional<std::string> before = exists(path) ? std::optional(readText(path)) : std::nullopt;
+        const testsupport::Finished first = home.run({"install", c.agent});
+        ASSERT_EQ(first.status, 0) << first.err;
+        const std::string installed = readText(path);
+        if (c.installed && before == c.original) {
+            EXPECT_EQ(installed, withHook(*c.installed, home.hook));
+        }
+        const std::size_t events = std::string(c.agent) == "claude" ? 5 : std::string(c.agent) == "codex" ? 3 : 4;
+        EXPECT_EQ(occurrences(installed, home.hook + " " + c.agent), events) << installed;
+        EXPECT_EQ(occurrences(installed, "agent-hook " + std::string(c.agent)), events) << "an old entry is left";
+        if (before) {
+            EXPECT_EQ(readText(path + ".agent-hook.bak"), *before);
+        } else if (cycle == 0) {
+            EXPECT_FALSE(exists(path + ".agent-hook.bak"));
+        }
 
-    const testsupport::Finished first = home.run({"install", c.agent});
-    ASSERT_EQ(first.status, 0) << first.err;
-    const std::string installed = readText(path);
-    if (c.installed) {
-        EXPECT_EQ(installed, withHook(*c.installed, home.hook));
-    }
-    const std::size_t events = std::string(c.agent) == "claude" ? 5 : std::string(c.agent) == "codex" ? 3 : 4;
-    EXPECT_EQ(occurrences(installed, home.hook + " " + c.agent), events) << installed;
-    EXPECT_EQ(occurrences(installed, "agent-hook " + std::string(c.agent)), events) << "an old entry is left";
-    if (c.original) {
-        EXPECT_EQ(readText(path + ".agent-hook.bak"), *c.original);
-    } else {
-        EXPECT_FALSE(exists(path + ".agent-hook.bak"));
-    }
+        const testsupport::Finished second = home.run({"install", c.agent});
+        ASSERT_EQ(second.status, 0) << second.err;
+        EXPECT_EQ(readText(path), installed);
+        EXPECT_NE(second.out.find("already registered"), std::string::npos) << second.out;
 
-    const testsupport::Finished second = home.run({"install", c.agent});
-    ASSERT_EQ(second.status, 0) << second.err;
-    EXPECT_EQ(readText(path), installed);
-    EXPECT_NE(second.out.find("already registered"), std::string::npos) << second.out;
-    if (c.original) {
-        EXPECT_EQ(readText(path + ".agent-hook.bak"), *c.original);
+        const testsupport::Finished removed = home.run({"uninstall", c.agent});
+        ASSERT_EQ(removed.status, 0) << removed.err;
+        if (!expectedAfter) {
+            EXPECT_FALSE(exists(path));
+        } else {
+            EXPECT_EQ(readText(path), *expectedAfter);
+        }
+        EXPECT_EQ(readText(path + ".agent-hook.bak"), installed);
+        const testsupport::Finished again = home.run({"uninstall", c.agent});
+        EXPECT_EQ(again.status, 0) << again.err;
+        EXPECT_NE(again.out.find("not registered"), std::string::npos) << again.out;
     }
-
-    const testsupport::Finished removed = home.run({"uninstall", c.agent});
-    ASSERT_EQ(removed.status, 0) << removed.err;
-    if (!c.uninstalled) {
-        EXPECT_FALSE(exists(path));
-    } else {
-        EXPECT_EQ(readText(path), *c.uninstalled == kSame ? *c.original : *c.uninstalled);
-    }
-    const testsupport::Finished again = home.run({"uninstall", c.agent});
-    EXPECT_EQ(again.status, 0) << again.err;
-    EXPECT_NE(again.out.find("not registered"), std::string::npos) << again.out;
 }
+
+const std::string kEscapedOneLine =
+    R"({"model":"opus","env":{"BIN":"\/opt\/bin","CAFE":"Caf\u00e9 \ud83c\udf99","N":1e2}})";
 
 INSTANTIATE_TEST_SUITE_P(
     Files, SetupFiles,
     ::testing::Values(
-        FileCase{"ClaudeAbsent", "claude", std::nullopt, registrationOnly(kClaudeEvents, "claude"), "{}\n"},
+        FileCase{"ClaudeAbsent", "claude", std::nullopt, registrationOnly(kClaudeEvents, "claude"), std::nullopt},
         FileCase{"CodexAbsent", "codex", std::nullopt,
                  registrationOnly({{"Stop", nullptr}, {"UserPromptSubmit", nullptr}, {"PermissionRequest", nullptr}},
                                   "codex"),
-                 "{}\n"},
+                 std::nullopt},
         FileCase{"GrokAbsent", "grok", std::nullopt,
                  registrationOnly({{"Stop", nullptr}, {"UserPromptSubmit", nullptr}, {"PreToolUse", "*"},
                                    {"SessionEnd", nullptr}},
                                   "grok"),
                  std::nullopt},
-        FileCase{"ClaudeEmpty", "claude", "", registrationOnly(kClaudeEvents, "claude"), "{}\n"},
-        FileCase{"ClaudeEmptyObjectNoLineFeed", "claude", "{}", std::nullopt, "{}"},
+        FileCase{"ClaudeEmpty", "claude", "", registrationOnly(kClaudeEvents, "claude"), kSame},
+        FileCase{"ClaudeEmptyObjectNoLineFeed", "claude", "{}", std::nullopt, kSame},
+        FileCase{"ClaudeEmptyHooksAndLists", "claude", "{\n  \"hooks\": {\n    \"Stop\": []\n  },\n  \"model\": \"x\"\n}\n",
+                 std::nullopt, kSame},
         FileCase{"ClaudeUserHooksAndPermissions", "claude", kUserSettings, kUserSettingsInstalled, kSame},
         FileCase{"CodexOldEntries", "codex", kOldCodexEntries, kOldCodexReplaced, kOldCodexRemoved},
         FileCase{"ClaudeUnicodeAndNumbers", "claude", kUnicodeAndNumbers, std::nullopt, kSame},
+        FileCase{"ClaudeEscapedOneLine", "claude", kEscapedOneLine,
+                 kEscapedOneLine.substr(0, kEscapedOneLine.size() - 1) +
+                     R"(,"hooks":{"Stop":[{"hooks":[{"type":"command","command":"@HOOK@ claude","timeout":1860}]}],)"
+                     R"("UserPromptSubmit":[{"hooks":[{"type":"command","command":"@HOOK@ claude","timeout":1860}]}],)"
+                     R"("PermissionRequest":[{"matcher":"*","hooks":[{"type":"command","command":"@HOOK@ claude","timeout":1860}]}],)"
+                     R"("PreToolUse":[{"matcher":"AskUserQuestion","hooks":[{"type":"command","command":"@HOOK@ claude","timeout":1860}]}],)"
+                     R"("Notification":[{"hooks":[{"type":"command","command":"@HOOK@ claude","timeout":1860}]}]}})",
+                 kSame},
         FileCase{"GrokFourSpaceIndentation", "grok", kFourSpaces, std::nullopt, kSame}),
     [](const ::testing::TestParamInfo<FileCase>& info) { return std::string(info.param.label); });
+
+// Without a backup to restore, uninstall takes out exactly what install put
+// in: the text around it stays as the user wrote it.
+TEST(SetupFilesWithoutBackup, UninstallUndoesInstall) {
+    const std::string crlf = "{\r\n\t\"model\": \"opus\",\r\n\t\"hooks\": {\r\n\t\t\"Stop\": [\r\n\t\t\t{\"hooks\": "
+                             "[{\"type\": \"command\", \"command\": \"say done\"}]}\r\n\t\t]\r\n\t}\r\n}";
+    for (const std::string& original : {kUserSettings, kUnicodeAndNumbers, kFourSpaces, kEscapedOneLine, crlf}) {
+        SetupHome home;
+        const std::string path = home.home + "/.claude/settings.json";
+        testsupport::makeDirectories(home.home + "/.claude");
+        writeText(path, original);
+        ASSERT_EQ(home.run({"install", "claude"}).status, 0);
+        const std::string installed = readText(path);
+        EXPECT_EQ(occurrences(installed, "\n"), occurrences(installed, "\r\n") * (original == crlf) +
+                                                    occurrences(installed, "\n") * (original != crlf));
+        ASSERT_EQ(::unlink((path + ".agent-hook.bak").c_str()), 0);
+        ASSERT_EQ(home.run({"uninstall", "claude"}).status, 0);
+        EXPECT_EQ(readText(path), original);
+    }
+}
 
 struct MalformedCase {
     const char* label;

@@ -30,17 +30,21 @@ std::string eventList(Agent agent) {
 
 void printError(const std::string& message) { std::fprintf(stderr, "agent-hook-setup: %s\n", message.c_str()); }
 
-EditRequest requestFor(const Options& options, Agent agent, const std::string& path) {
+EditRequest requestFor(const Options& options, const std::string& path, const std::string& hookPath) {
     EditRequest request;
     request.path = path;
     request.dryRun = options.dryRun;
-    request.removeWhenEmpty = agent == Agent::grok;
+    if (options.command == Command::uninstall) {
+        request.restoresBackup = [&hookPath](const OrderedJson& backup, const OrderedJson& changed) {
+            return sameApartFromRegistration(backup, changed, hookPath);
+        };
+    }
     return request;
 }
 
 // Runs one edit per agent; `report` prints the outcome of a real (not dry) run.
 template <class Change, class Report>
-int forEachAgent(const Options& options, Change change, Report report) {
+int forEachAgent(const Options& options, const std::string& hookPath, Change change, Report report) {
     int status = 0;
     for (const Agent agent : options.agents) {
         const std::string path = configurationPath(agent, options.project);
@@ -49,7 +53,7 @@ int forEachAgent(const Options& options, Change change, Report report) {
             status = 1;
             continue;
         }
-        const EditResult result = editConfiguration(requestFor(options, agent, path), change(agent));
+        const EditResult result = editConfiguration(requestFor(options, path, hookPath), change(agent));
         if (result.outcome == EditOutcome::failed) {
             printError(result.error);
             status = 1;
@@ -99,9 +103,9 @@ int runInstall(const Options& options, const std::string& hookPath) {
         printError("warning: " + hookPath + " is not an executable file; registering it all the same");
     }
     return forEachAgent(
-        options,
+        options, hookPath,
         [&](Agent agent) {
-            return [agent, &hookPath](OrderedJson& document) { return addRegistration(document, agent, hookPath); };
+            return [agent, &hookPath](std::string& text) { return addRegistration(text, agent, hookPath); };
         },
         [&](Agent agent, const std::string& path, bool changed) {
             if (!changed) {
@@ -120,8 +124,8 @@ int runInstall(const Options& options, const std::string& hookPath) {
 
 int runUninstall(const Options& options, const std::string& hookPath) {
     return forEachAgent(
-        options,
-        [&](Agent) { return [&hookPath](OrderedJson& document) { return removeRegistration(document, hookPath); }; },
+        options, hookPath,
+        [&](Agent) { return [&hookPath](std::string& text) { return removeRegistration(text, hookPath); }; },
         [&](Agent agent, const std::string& path, bool changed) {
             if (!changed) {
                 std::printf("%s: agent-hook is not registered in %s; nothing changed\n", agentTitle(agent),

@@ -54,24 +54,35 @@ struct Planned {
     std::optional<std::string> after;
 };
 
-Planned plan(const EditRequest& request, const Snapshot& old, const DocumentChange& change, std::string& error) {
-    std::optional<OrderedJson> document = parseDocument(request.path, old.bytes, error);
+// The backup's bytes when they can stand for `changed`.
+std::optional<std::string> restorableBackup(const EditRequest& request, const OrderedJson& changed) {
+    if (!request.restoresBackup) return std::nullopt;
+    std::string ignored;
+    std::optional<Snapshot> backup = snapshot(request.path + ".agent-hook.bak", ignored);
+    if (!backup || !backup->exists) return std::nullopt;
+    const std::optional<OrderedJson> document = parseDocument(request.path, backup->bytes, ignored);
+    if (!document || !request.restoresBackup(*document, changed)) return std::nullopt;
+    return std::move(backup->bytes);
+}
+
+Planned plan(const EditRequest& request, const Snapshot& old, const TextChange& change, std::string& error) {
+    const std::optional<OrderedJson> document = parseDocument(request.path, old.bytes, error);
     if (!document) return {};
-    OrderedJson changed = *document;
-    if (std::optional<std::string> problem = change(changed)) {
+    std::string text = isBlank(old.bytes) ? std::string("{}\n") : old.bytes;
+    if (std::optional<std::string> problem = change(text)) {
         error = request.path + ": " + *problem + "; left untouched";
         return {};
     }
-    if (changed == *document) return {EditOutcome::unchanged, std::nullopt};
-    if (request.removeWhenEmpty && changed.is_object() && changed.empty()) {
+    const std::optional<OrderedJson> changed = parseOrderedJson(text).value;
+    if (!changed || text == old.bytes || *changed == *document) return {EditOutcome::unchanged, std::nullopt};
+    if (std::optional<std::string> backup = restorableBackup(request, *changed)) {
+        if (*backup == old.bytes) return {EditOutcome::unchanged, std::nullopt};
+        return {EditOutcome::changed, std::move(backup)};
+    }
+    if (request.restoresBackup && changed->is_object() && changed->empty()) {
         return {old.exists ? EditOutcome::changed : EditOutcome::unchanged, std::nullopt};
     }
-    std::optional<std::string> bytes = writeOrderedJson(changed, detectLayout(old.bytes));
-    if (!bytes) {
-        error = request.path + ": holds text that is not valid UTF-8; left untouched";
-        return {};
-    }
-    return {EditOutcome::changed, std::move(bytes)};
+    return {EditOutcome::changed, std::move(text)};
 }
 
 }  // namespace
@@ -87,7 +98,7 @@ std::string followLinks(const std::string& path) {
     return resolved;
 }
 
-EditResult editConfiguration(const EditRequest& request, const DocumentChange& change) {
+EditResult editConfiguration(const EditRequest& request, const TextChange& change) {
     EditResult result;
     const std::string target = followLinks(request.path);
     const std::string directory = directoryOf(target);

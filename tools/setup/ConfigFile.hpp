@@ -5,8 +5,9 @@
 // advisory lock on the target's directory, so two runs at once lose nothing.
 // A file that does not parse, or has no room for the change, is left
 // untouched and the error names it (with line and column for a syntax
-// error). Before a change the old bytes are copied to PATH.agent-hook.bak;
-// the new file replaces the old one atomically, with its mode.
+// error). A blank file is read as "{}". Before a change the old bytes are
+// copied to PATH.agent-hook.bak; the new file replaces the old one
+// atomically, with its mode.
 #pragma once
 
 #include <functional>
@@ -17,13 +18,19 @@
 
 namespace AgentHook::Setup {
 
-// Changes the document in place; what is wrong with it when it cannot.
-using DocumentChange = std::function<std::optional<std::string>(OrderedJson&)>;
+// Changes the document's text in place; what is wrong with it when it cannot.
+using TextChange = std::function<std::optional<std::string>(std::string&)>;
+
+// Whether the backup's bytes can stand for the changed document.
+using BackupCheck = std::function<bool(const OrderedJson& backup, const OrderedJson& changed)>;
 
 struct EditRequest {
     std::string path;
     bool dryRun = false;
-    bool removeWhenEmpty = false;  // a file of agent-hook's own: gone rather than "{}"
+    // Undoing an earlier change: when the backup passes this check, its bytes
+    // come back as they were (a blank file, the user's own spacing, empty
+    // lists); otherwise a document left empty removes the file.
+    BackupCheck restoresBackup;
 };
 
 enum class EditOutcome { unchanged, changed, failed };
@@ -34,7 +41,7 @@ struct EditResult {
     std::string error;  // what failed, naming the file
 };
 
-EditResult editConfiguration(const EditRequest& request, const DocumentChange& change);
+EditResult editConfiguration(const EditRequest& request, const TextChange& change);
 
 // A configuration read for a report: its document (an empty or missing file
 // is an empty object), or the error that editConfiguration would give.

@@ -48,14 +48,22 @@ bool isOwnCommand(std::string_view command, const std::string& hookPath);
 // member that is not an object.
 std::optional<std::string> shapeProblem(const OrderedJson& root);
 
-// Adds the agent's registration to `root` (an object), replacing every older
-// agent-hook entry in place; what is wrong with the document when it has no
-// room for it (`root` is then unchanged).
-std::optional<std::string> addRegistration(OrderedJson& root, Agent agent, const std::string& hookPath);
+// Adds the agent's registration to the text of a document (an object): an
+// event's group takes the place of the first group that held only agent-hook,
+// else goes after the first group that shared a hook of ours with the user's,
+// else last; every other agent-hook entry goes. Only those parts of the text
+// change. What is wrong with the document when it has no room for it (`text`
+// is then unchanged).
+std::optional<std::string> addRegistration(std::string& text, Agent agent, const std::string& hookPath);
 
 // Removes every agent-hook entry, and the groups, events and "hooks" member
-// left empty by that; what is wrong with the document, as above.
-std::optional<std::string> removeRegistration(OrderedJson& root, const std::string& hookPath);
+// that this leaves empty; what is wrong with the document, as above.
+std::optional<std::string> removeRegistration(std::string& text, const std::string& hookPath);
+
+// Whether two documents without agent-hook's entries differ in nothing but
+// empty event lists or an empty "hooks" member: then the earlier file's bytes
+// can stand for the later document.
+bool sameApartFromRegistration(const OrderedJson& earlier, const OrderedJson& now, const std::string& hookPath);
 
 // One agent-hook entry found in a configuration.
 struct FoundEntry {

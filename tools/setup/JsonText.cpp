@@ -134,7 +134,7 @@ std::string spliced(std::string_view text, std::size_t from, std::size_t to, std
 }  // namespace
 
 std::optional<std::size_t> JsonSpan::find(std::string_view key) const {
-    for (std::size_t i = 0; i < keys.size(); ++i) {
+    for (std::size_t i = keys.size(); i-- > 0;) {
         if (keys[i] == key) return i;
     }
     return std::nullopt;

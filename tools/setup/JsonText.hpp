@@ -34,7 +34,8 @@ struct JsonSpan {
     std::size_t childBegin(std::size_t index) const {
         return kind == Kind::object ? keyBegins[index] : children[index].begin;
     }
-    // The first member named `key`.
+    // The member named `key`; the last of several, whose value is the one a
+    // reader keeps.
     std::optional<std::size_t> find(std::string_view key) const;
 };
 

@@ -109,7 +109,7 @@ nlohmann::json statusJson(const testsupport::Finished& run) {
 TEST(SetupStatus, HealthyWhenEverythingRegisteredWorks) {
     SetupHome home;
     const testsupport::Finished nothing = home.run({"status"});
-    EXPECT_EQ(nothing.status, 0) << nothing.out;
+    EXPECT_EQ(nothing.status, 1) << nothing.out;
     EXPECT_NE(nothing.out.find("not registered"), std::string::npos);
 
     ASSERT_EQ(home.run({"install", "claude"}).status, 0);
@@ -124,6 +124,43 @@ TEST(SetupStatus, HealthyWhenEverythingRegisteredWorks) {
     EXPECT_EQ(report["agents"][0]["entries"].size(), 5u);
     EXPECT_EQ(report["agents"][1]["registered"], false);
     EXPECT_EQ(report["app"]["running"], false);
+}
+
+// Grok runs hooks from its own folder, config.toml and Claude Code's settings.
+TEST(SetupStatus, GrokEntriesWhereverGrokReadsThem) {
+    SetupHome home;
+    ASSERT_EQ(home.run({"install", "grok"}).status, 0);
+    ASSERT_EQ(home.run({"install", "claude"}).status, 0);
+    EXPECT_EQ(home.run({"status", "grok"}).status, 0);
+    writeText(home.home + "/.grok/config.toml", setuptest::withHook(R"([model]
+name = "grok-4"
+
+[[hooks.Stop]]
+[[hooks.Stop.hooks]]
+type = "command"
+command = "@HOOK@ grok"  # by hand, long ago
+timeout = 600
+
+[[hooks.PreToolUse]]
+matcher = "*"
+hooks = [ { type = "command", command = '@HOOK@ grok', timeout = 1860 } ]
+)",
+                                                                    home.hook));
+    const testsupport::Finished run = home.run({"status", "grok", "--json"});
+    EXPECT_EQ(run.status, 1);
+    const nlohmann::json report = statusJson(run);
+    const nlohmann::json& entries = report["agents"][0]["entries"];
+    ASSERT_EQ(entries.size(), 6u) << run.out;
+    EXPECT_EQ(entries[4]["file"], home.home + "/.grok/config.toml");
+    EXPECT_EQ(entries[4]["line"], 7);
+    EXPECT_EQ(entries[4]["timeout"], 600.0);
+    EXPECT_EQ(entries[4]["problems"].size(), 2u) << entries[4];
+    EXPECT_EQ(entries[5]["event"], "PreToolUse");
+    EXPECT_EQ(entries[5]["matcher"], "*");
+    EXPECT_EQ(entries[5]["problems"][0], "a second entry for PreToolUse: the agent runs agent-hook twice");
+    EXPECT_NE(report["agents"][0]["notes"][0].get<std::string>().find("Grok also runs the agent-hook entries of " +
+                                                                       home.home + "/.claude/settings.json"),
+              std::string::npos);
 }
 
 struct Unhealthy {

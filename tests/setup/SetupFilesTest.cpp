@@ -335,7 +335,7 @@ TEST_P(SetupMalformed, LeftUntouched) {
         EXPECT_EQ(readText(path), c.bytes);
         EXPECT_FALSE(exists(path + ".agent-hook.bak"));
     }
-    EXPECT_EQ(home.run({"status", "claude"}).status, c.onlyInstallFails ? 0 : 1);
+    EXPECT_EQ(home.run({"status", "claude"}).status, 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -345,6 +345,8 @@ INSTANTIATE_TEST_SUITE_P(
                       MalformedCase{"TrailingText", "{}\nx\n", ":2:1: not valid JSON"},
                       MalformedCase{"NotAnObject", "[]\n", ": the document is not a JSON object"},
                       MalformedCase{"HooksNotAnObject", "{\"hooks\": []}", ": its \"hooks\" member is not an object"},
+                      MalformedCase{"EventTwice", "{\"hooks\": {\"Stop\": [], \"Stop\": []}}",
+                                    ": its \"hooks\" member names \"Stop\" twice"},
                       MalformedCase{"EventNotAList", "{\"hooks\": {\"Stop\": {}}}", ": its \"hooks\" member's \"Stop\"", true}),
     [](const ::testing::TestParamInfo<MalformedCase>& info) { return std::string(info.param.label); });
 

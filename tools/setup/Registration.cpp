@@ -1,5 +1,6 @@
 #include "Registration.hpp"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "JsonText.hpp"
@@ -142,6 +143,22 @@ bool removeOneEntry(std::string& text, const std::string& hookPath, Keep keep) {
     return false;
 }
 
+// A member named twice where the edit works leaves it unclear which one the
+// agent reads; such a file is not changed.
+std::optional<std::string> repeatedMember(std::string_view text) {
+    const JsonSpan root = scanJson(text);
+    const auto count = [](const JsonSpan& object, const std::string& key) {
+        return std::count(object.keys.begin(), object.keys.end(), key);
+    };
+    if (count(root, "hooks") > 1) return "it has two \"hooks\" members";
+    const std::optional<std::size_t> hooks = root.find("hooks");
+    if (!hooks) return std::nullopt;
+    for (const std::string& event : root.children[*hooks].keys) {
+        if (count(root.children[*hooks], event) > 1) return "its \"hooks\" member names \"" + event + "\" twice";
+    }
+    return std::nullopt;
+}
+
 // The document without empty event lists and without an empty "hooks" member.
 OrderedJson withoutEmptyHooks(OrderedJson document) {
     const auto hooks = document.is_object() ? document.find("hooks") : document.end();
@@ -267,6 +284,7 @@ std::optional<std::string> addRegistration(std::string& text, Agent agent, const
     const std::optional<OrderedJson> document = parseOrderedJson(text).value;
     if (!document) return "the document is not valid JSON";
     if (std::optional<std::string> problem = shapeProblem(*document)) return problem;
+    if (std::optional<std::string> problem = repeatedMember(text)) return problem;
     const auto hooks = document->find("hooks");
     for (const EventRegistration& registration : registeredEvents(agent)) {
         if (hooks == document->end()) break;
@@ -316,6 +334,7 @@ std::optional<std::string> removeRegistration(std::string& text, const std::stri
     const std::optional<OrderedJson> document = parseOrderedJson(text).value;
     if (!document) return "the document is not valid JSON";
     if (std::optional<std::string> problem = shapeProblem(*document)) return problem;
+    if (std::optional<std::string> problem = repeatedMember(text)) return problem;
     const auto keepNothing = [](const std::string&, const JsonSpan&) { return std::optional<std::size_t>(); };
     while (removeOneEntry(text, hookPath, keepNothing)) {
     }

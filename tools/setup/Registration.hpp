@@ -71,6 +71,8 @@ struct FoundEntry {
     std::optional<std::string> matcher;
     std::string command;
     std::optional<double> timeout;  // nothing when missing or not a number
+    std::string file;               // where it is, when not in the file install writes
+    std::size_t line = 0;           // its line there, when known
 };
 std::vector<FoundEntry> findRegistration(const OrderedJson& root, const std::string& hookPath);
 

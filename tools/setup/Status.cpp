@@ -1,9 +1,11 @@
 #include "Status.hpp"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "Commands.hpp"
 #include "ConfigFile.hpp"
+#include "GrokToml.hpp"
 #include "bridge/Inbox.hpp"
 #include "platform/Files.hpp"
 
@@ -51,6 +53,77 @@ std::string entryLabel(const FoundEntry& entry) {
     return entry.matcher ? entry.event + " [" + *entry.matcher + "]" : entry.event;
 }
 
+std::string placeOf(const FoundEntry& entry) {
+    if (entry.file.empty()) return {};
+    return " (in " + entry.file + (entry.line ? ":" + std::to_string(entry.line) : std::string()) + ")";
+}
+
+std::string directoryOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
+
+// Grok also runs the hooks of every other JSON file in its hooks folder, of
+// config.toml, and of Claude Code's settings.
+void addGrokPlaces(AgentStatus& status, const std::optional<std::string>& project, const std::string& hookPath) {
+    const std::string folder = directoryOf(status.path);
+    std::vector<std::string> names = platform::listDirectory(folder).value_or(std::vector<std::string>());
+    std::sort(names.begin(), names.end());
+    std::vector<FoundEntry> found;
+    for (const std::string& name : names) {
+        if (!name.ends_with(".json") || folder + "/" + name == status.path) continue;
+        const ReadResult read = readConfiguration(folder + "/" + name);
+        if (!read.document) {
+            status.notes.push_back(read.error);
+            continue;
+        }
+        for (FoundEntry& entry : findRegistration(*read.document, hookPath)) {
+            entry.file = folder + "/" + name;
+            found.push_back(std::move(entry));
+        }
+    }
+    if (!project) {
+        const std::string toml = directoryOf(folder) + "/config.toml";
+        if (const std::optional<std::string> text = platform::readFile(toml)) {
+            for (FoundEntry& entry : findTomlRegistration(*text, hookPath)) {
+                entry.file = toml;
+                found.push_back(std::move(entry));
+            }
+        }
+    }
+    const std::string claude = configurationPath(Agent::claude, project);
+    if (const ReadResult read = readConfiguration(claude); read.document) {
+        bool claudeEntries = false;
+        for (FoundEntry& entry : findRegistration(*read.document, hookPath)) {
+            if (!entry.command.ends_with(" grok")) {
+                claudeEntries = true;
+                continue;
+            }
+            entry.file = claude;
+            found.push_back(std::move(entry));
+        }
+        if (claudeEntries) {
+            status.notes.push_back("Grok also runs the agent-hook entries of " + claude +
+                                   "; on Grok's events they end without doing anything");
+        }
+    }
+    for (FoundEntry& entry : found) {
+        std::vector<std::string> problems = problemsOf(entry, Agent::grok);
+        if (entry.file == claude) problems.push_back("Claude Code runs it too, with its own events");
+        status.entries.push_back({std::move(entry), std::move(problems)});
+    }
+}
+
+// An event registered more than once runs agent-hook more than once.
+void flagRepeats(AgentStatus& status) {
+    for (std::size_t i = 0; i < status.entries.size(); ++i) {
+        for (std::size_t j = 0; j < i; ++j) {
+            if (status.entries[j].entry.event == status.entries[i].entry.event) {
+                status.entries[i].problems.push_back("a second entry for " + status.entries[i].entry.event +
+                                                     ": the agent runs agent-hook twice");
+                break;
+            }
+        }
+    }
+}
+
 void printText(const std::vector<AgentStatus>& statuses, const std::string& inbox, bool inboxPresent, bool running) {
     for (const AgentStatus& status : statuses) {
         std::string state;
@@ -66,10 +139,11 @@ void printText(const std::vector<AgentStatus>& statuses, const std::string& inbo
         if (!status.error.empty()) std::printf("  error      %s\n", status.error.c_str());
         for (const EntryHealth& health : status.entries) {
             const std::string timeout = health.entry.timeout ? ", timeout " + number(*health.entry.timeout) : "";
-            std::printf("  %-32s %s  %s%s\n", entryLabel(health.entry).c_str(), health.problems.empty() ? "ok" : "!!",
-                        health.entry.command.c_str(), timeout.c_str());
+            std::printf("  %-32s %s  %s%s%s\n", entryLabel(health.entry).c_str(), health.problems.empty() ? "ok" : "!!",
+                        health.entry.command.c_str(), timeout.c_str(), placeOf(health.entry).c_str());
             for (const std::string& problem : health.problems) std::printf("  %-32s    %s\n", "", problem.c_str());
         }
+        for (const std::string& note : status.notes) std::printf("  note       %s\n", note.c_str());
         if (status.registered() && !status.missingEvents.empty()) {
             std::string missing;
             for (const std::string& event : status.missingEvents) missing += (missing.empty() ? "" : ", ") + event;
@@ -100,11 +174,14 @@ void printJson(const std::vector<AgentStatus>& statuses, const std::string& inbo
             entry["matcher"] = health.entry.matcher ? OrderedJson(*health.entry.matcher) : OrderedJson(nullptr);
             entry["command"] = health.entry.command;
             entry["timeout"] = health.entry.timeout ? OrderedJson(*health.entry.timeout) : OrderedJson(nullptr);
+            entry["file"] = health.entry.file.empty() ? status.path : health.entry.file;
+            entry["line"] = health.entry.line ? OrderedJson(health.entry.line) : OrderedJson(nullptr);
             entry["problems"] = health.problems;
             entries.push_back(std::move(entry));
         }
         item["entries"] = std::move(entries);
         item["missingEvents"] = status.missingEvents;
+        item["notes"] = status.notes;
         agents.push_back(std::move(item));
     }
     OrderedJson report = OrderedJson::object();
@@ -145,6 +222,8 @@ AgentStatus agentStatus(Agent agent, const std::optional<std::string>& project, 
         std::vector<std::string> problems = problemsOf(entry, agent);
         status.entries.push_back({std::move(entry), std::move(problems)});
     }
+    if (agent == Agent::grok) addGrokPlaces(status, project, hookPath);
+    flagRepeats(status);
     for (const EventRegistration& registration : registeredEvents(agent)) {
         bool found = false;
         for (const EntryHealth& health : status.entries) found = found || health.entry.event == registration.event;
@@ -156,10 +235,14 @@ AgentStatus agentStatus(Agent agent, const std::optional<std::string>& project, 
 int runStatus(const Options& options, const std::string& hookPath) {
     std::vector<AgentStatus> statuses;
     bool healthy = true;
+    bool anyRegistered = false;
     for (const Agent agent : options.agents) {
         statuses.push_back(agentStatus(agent, options.project, hookPath));
         healthy = healthy && statuses.back().healthy();
+        anyRegistered = anyRegistered || statuses.back().registered();
     }
+    // Nothing registered is not a working set-up.
+    healthy = healthy && anyRegistered;
     const std::string inbox = inboxDirectory();
     const bool inboxPresent = !inbox.empty() && platform::fileExists(inbox);
     const bool running = isVoxtrelRunning();

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Installs the pinned Claude Code into BUILD_DIR/real-agent and the pinned
 # Codex CLI into BUILD_DIR/real-agent-codex (with node, npm and tmux from Debian
-# when they are missing), builds the hook and the stand-in app, and runs the
-# tests that put agent-hook inside the real agents.
+# when they are missing), builds the hook, the stand-in app and the setup tool
+# (which registers the hook), and runs the tests that put agent-hook inside the
+# real agents.
 #
 #   scripts/real-agent.sh [BUILD_DIR]     (default: build)
 set -euo pipefail
@@ -54,5 +55,5 @@ install_agent "$build/real-agent" @anthropic-ai/claude-code "$claude_version" "$
 install_agent "$build/real-agent-codex" @openai/codex "$codex_version" "$codex"
 
 cmake -B "$build" -S "$repo" -DREAL_AGENT_CLAUDE="$claude" -DREAL_AGENT_CODEX="$codex" >/dev/null
-cmake --build "$build" -j2 --target agent-hook agent-hook-companion
+cmake --build "$build" -j2 --target agent-hook agent-hook-companion agent-hook-setup
 ctest --test-dir "$build" -L real-agent --output-on-failure

@@ -296,13 +296,16 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(SetupFilesWithoutBackup, UninstallUndoesInstall) {
     const std::string crlf = "{\r\n\t\"model\": \"opus\",\r\n\t\"hooks\": {\r\n\t\t\"Stop\": [\r\n\t\t\t{\"hooks\": "
                              "[{\"type\": \"command\", \"command\": \"say done\"}]}\r\n\t\t]\r\n\t}\r\n}";
-    for (const std::string& original : {kUserSettings, kUnicodeAndNumbers, kFourSpaces, kEscapedOneLine, crlf}) {
+    const std::string byteOrderMark = "\xEF\xBB\xBF{\n  \"model\": \"x\"\n}\n";
+    for (const std::string& original :
+         {kUserSettings, kUnicodeAndNumbers, kFourSpaces, kEscapedOneLine, crlf, byteOrderMark}) {
         SetupHome home;
         const std::string path = home.home + "/.claude/settings.json";
         testsupport::makeDirectories(home.home + "/.claude");
         writeText(path, original);
         ASSERT_EQ(home.run({"install", "claude"}).status, 0);
         const std::string installed = readText(path);
+        EXPECT_EQ(occurrences(installed, "agent-hook claude"), 5u) << installed;
         EXPECT_EQ(occurrences(installed, "\n"), occurrences(installed, "\r\n") * (original == crlf) +
                                                     occurrences(installed, "\n") * (original != crlf));
         ASSERT_EQ(::unlink((path + ".agent-hook.bak").c_str()), 0);

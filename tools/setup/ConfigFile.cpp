@@ -74,7 +74,11 @@ Planned plan(const EditRequest& request, const Snapshot& old, const TextChange& 
         return {};
     }
     const std::optional<OrderedJson> changed = parseOrderedJson(text).value;
-    if (!changed || text == old.bytes || *changed == *document) return {EditOutcome::unchanged, std::nullopt};
+    if (!changed) {
+        error = request.path + ": the change would not give valid JSON (a fault of agent-hook-setup); left untouched";
+        return {};
+    }
+    if (text == old.bytes || *changed == *document) return {EditOutcome::unchanged, std::nullopt};
     if (std::optional<std::string> backup = restorableBackup(request, *changed)) {
         if (*backup == old.bytes) return {EditOutcome::unchanged, std::nullopt};
         return {EditOutcome::changed, std::move(backup)};

@@ -140,7 +140,11 @@ std::optional<std::size_t> JsonSpan::find(std::string_view key) const {
     return std::nullopt;
 }
 
-JsonSpan scanJson(std::string_view text) { return scanValue(text, skipSpace(text, 0)); }
+JsonSpan scanJson(std::string_view text) {
+    // A byte order mark, which readers pass over, stays where it is.
+    const std::size_t start = text.starts_with("\xEF\xBB\xBF") ? 3 : 0;
+    return scanValue(text, skipSpace(text, start));
+}
 
 OrderedJson valueAt(std::string_view text, const JsonSpan& span) {
     return parseOrderedJson(text.substr(span.begin, span.end - span.begin)).value.value_or(OrderedJson());

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "TranscriptGenerator.hpp"
-#include "claude/Transcript.hpp"
+#include "claude/TranscriptLines.hpp"
 #include "text/Utf8.hpp"
 
 namespace {

@@ -1,7 +1,8 @@
 #include "claude/ClaudeEvents.hpp"
 
 #include "bridge/Asking.hpp"
-#include "claude/Transcript.hpp"
+#include "claude/SessionTitle.hpp"
+#include "claude/TranscriptFile.hpp"
 #include "claude/TranscriptWatch.hpp"
 #include "platform/Clock.hpp"
 #include "runtime/Decisions.hpp"
@@ -21,26 +22,28 @@ SessionWatch transcriptWatch(const HookInput& input, Watch watch) {
     };
 }
 
-std::string sessionTitle(const HookInput& input) {
-    return getSessionTitle(input.sessionId, input.cwd, input.transcriptPath).value_or(std::string());
+std::string sessionTitle(const HookInput& input, const std::optional<TranscriptPass>& pass) {
+    return getSessionTitle(input.sessionId, input.cwd, input.transcriptPath, pass).value_or(std::string());
 }
 
 }  // namespace
 
 WaitResult askVoxtrel(const HookInput& input, std::string_view status, std::string summary, std::string fullMessage,
-                      Watch watch) {
+                      Watch watch, const std::optional<TranscriptPass>& pass) {
     SessionWatch movedOn = transcriptWatch(input, watch);
     return askApp(AppRequest{Agent::claude, status, input.sessionId, input.cwd, std::move(summary),
-                             std::move(fullMessage), sessionTitle(input), std::nullopt, std::move(movedOn)});
+                             std::move(fullMessage), sessionTitle(input, pass), std::nullopt, std::move(movedOn)});
 }
 
 int handleStopEvent(const HookInput& input) {
     std::string finalMessage = input.lastAssistantMessage.value_or(std::string());
+    // The title is looked up in the same transcript: it takes the pass made here.
+    std::optional<TranscriptPass> pass;
     if (finalMessage.empty() && input.transcriptPath) {
-        finalMessage = extractLastAssistantMessage(*input.transcriptPath).value_or(std::string());
+        finalMessage = extractLastAssistantMessage(*input.transcriptPath, {}, &pass).value_or(std::string());
     }
     relayFinishedTurn(Agent::claude, input.sessionId, input.cwd, std::move(finalMessage),
-                      [&] { return sessionTitle(input); }, transcriptWatch(input, Watch::queuedPrompt));
+                      [&] { return sessionTitle(input, pass); }, transcriptWatch(input, Watch::queuedPrompt));
     return 0;
 }
 

@@ -8,6 +8,7 @@
 
 #include "bridge/Polling.hpp"
 #include "claude/ClaudeHookInput.hpp"
+#include "claude/TranscriptFile.hpp"
 
 namespace AgentHook::Claude {
 
@@ -25,8 +26,9 @@ int handleExitPlanModePermission(const HookInput& input);
 enum class Watch { nothing, toolCall, queuedPrompt };
 
 // Puts a request to the app for the event's session, with the project, branch
-// and session title, and waits for the answer.
+// and session title, and waits for the answer. `pass` is a pass over the
+// transcript already made for this event, which the title lookup reuses.
 WaitResult askVoxtrel(const HookInput& input, std::string_view status, std::string summary, std::string fullMessage,
-                      Watch watch);
+                      Watch watch, const std::optional<TranscriptPass>& pass = std::nullopt);
 
 }  // namespace AgentHook::Claude

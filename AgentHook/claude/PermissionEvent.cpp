@@ -6,7 +6,7 @@
 #include "claude/AlwaysAllow.hpp"
 #include "claude/ClaudeEvents.hpp"
 #include "claude/Permissions.hpp"
-#include "claude/Transcript.hpp"
+#include "claude/TranscriptFile.hpp"
 #include "platform/Files.hpp"
 #include "runtime/Bypass.hpp"
 #include "runtime/Decisions.hpp"
@@ -34,13 +34,15 @@ std::optional<std::vector<std::string>> storedRules(const std::string& sessionId
     return rules;
 }
 
-std::string requestBody(const HookInput& input, const PermissionDetails& details) {
+// `pass` receives the transcript pass made for the context, for the title lookup.
+std::string requestBody(const HookInput& input, const PermissionDetails& details,
+                        std::optional<TranscriptPass>& pass) {
     text::Json body = {{"toolName", input.toolName},
                        {"summary", details.summary},
                        {"details", details.details},
                        {"suggestions", permissionPayloadSuggestions(input.permissionSuggestions, input.toolName)}};
     if (input.transcriptPath) {
-        const std::optional<std::string> context = extractLastAssistantMessage(*input.transcriptPath);
+        const std::optional<std::string> context = extractLastAssistantMessage(*input.transcriptPath, {}, &pass);
         if (context && !context->empty()) body["context"] = *context;
     }
     return text::toCompactJson(body).value_or("{}");
@@ -63,8 +65,10 @@ int handlePermissionRequestEvent(const HookInput& input) {
     }
 
     PermissionDetails details = buildPermissionDetails(input.toolName, input.toolInput);
-    std::string body = requestBody(input, details);
-    const WaitResult result = askVoxtrel(input, RequestStatus::permission, std::move(details.summary), std::move(body), Watch::toolCall);
+    std::optional<TranscriptPass> pass;
+    std::string body = requestBody(input, details, pass);
+    const WaitResult result = askVoxtrel(input, RequestStatus::permission, std::move(details.summary), std::move(body),
+                                         Watch::toolCall, pass);
     if (result.interrupted) return 0;
     const std::optional<std::string> reply = answerOf(result);
     if (!reply) {

@@ -2,7 +2,8 @@
 // input as a transcript (the session title) and as a sessions index.
 #include "FuzzSupport.hpp"
 #include "claude/ClaudeHookInput.hpp"
-#include "claude/Transcript.hpp"
+#include "claude/SessionIndex.hpp"
+#include "claude/TranscriptLines.hpp"
 #include "text/Utf8.hpp"
 
 using namespace AgentHook;

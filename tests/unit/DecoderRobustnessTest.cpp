@@ -10,7 +10,8 @@
 
 #include "bridge/AgentInboxPayload.hpp"
 #include "claude/ClaudeHookInput.hpp"
-#include "claude/Transcript.hpp"
+#include "claude/SessionIndex.hpp"
+#include "claude/TranscriptLines.hpp"
 #include "codex/CodexHookInput.hpp"
 #include "grok/GrokHookInput.hpp"
 #include "runtime/Glob.hpp"

@@ -7,7 +7,10 @@
 #include <vector>
 
 #include "claude/ClaudeHookInput.hpp"
-#include "claude/Transcript.hpp"
+#include "claude/SessionIndex.hpp"
+#include "claude/SessionTitle.hpp"
+#include "claude/TranscriptFile.hpp"
+#include "claude/TranscriptLines.hpp"
 #include "support/TestSupport.hpp"
 #include "text/Json.hpp"
 #include "text/Utf8.hpp"
@@ -162,20 +165,25 @@ TEST(Transcript, SessionTitleLookup) {
     EXPECT_FALSE(getSessionTitle("s2", "/w/my app"));
 }
 
-// The message and the title share one pass over a transcript; a transcript
-// that has grown since is read again.
-TEST(Transcript, AChangedTranscriptIsReadAgain) {
+// The title lookup takes the pass the message lookup made; a transcript that
+// has changed since, or a pass made with another line limit, is read again.
+TEST(Transcript, AStalePassIsNotReused) {
     TempDir dir;
     const std::string path = dir.file("s.jsonl");
     const std::string first = assistant(R"("one")") + "\n" + R"({"type":"custom-title","customTitle":"First"})" "\n";
     testsupport::writeText(path, first);
-    EXPECT_EQ(extractLastAssistantMessage(path), "one");
-    EXPECT_EQ(customTitleOfTranscript(path), "First");
+    std::optional<TranscriptPass> pass;
+    EXPECT_EQ(extractLastAssistantMessage(path, {}, &pass), "one");
+    ASSERT_TRUE(pass);
+    EXPECT_EQ(customTitleOfTranscript(path, {}, pass), "First");
+    EXPECT_FALSE(customTitleOfTranscript(path, {1024, 10}, pass));  // its title line is over that limit
     testsupport::writeText(path, first + R"({"type":"custom-title","customTitle":"Second"})" "\n");
-    EXPECT_EQ(customTitleOfTranscript(path), "Second");
+    EXPECT_EQ(customTitleOfTranscript(path, {}, pass), "Second");
     testsupport::writeText(path, first + "\xC0\x80\n");
-    EXPECT_FALSE(extractLastAssistantMessage(path));
-    EXPECT_FALSE(customTitleOfTranscript(path));
+    EXPECT_FALSE(customTitleOfTranscript(path, {}, pass));
+    EXPECT_FALSE(extractLastAssistantMessage(path, {}, &pass));
+    ASSERT_TRUE(pass);
+    EXPECT_FALSE(customTitleOfTranscript(path, {}, pass));
 }
 
 // A line of exactly the longest length is read, one byte more is passed
@@ -397,22 +405,18 @@ TEST(TranscriptReaders, GiveWhatReadingTheWholeFileGives) {
         EXPECT_EQ(shown(latestCustomTitle(file)), shown(reference::customTitle(file, SIZE_MAX, false))) << file;
         for (std::size_t l = 0; l < std::size(kLimits); ++l) {
             const TranscriptLimits& limits = kLimits[l];
-            // A file of its own for each limit, so that no pass is shared
-            // across them; the order of the two lookups alternates.
             const std::string path = dir.file(std::to_string(f) + "-" + std::to_string(l) + ".jsonl");
             testsupport::writeText(path, file);
-            std::optional<std::string> message, title;
-            if ((f + l) % 2 == 0) {
-                message = extractLastAssistantMessage(path, limits);
-                title = customTitleOfTranscript(path, limits);
-            } else {
-                title = customTitleOfTranscript(path, limits);
-                message = extractLastAssistantMessage(path, limits);
-            }
+            // The title alone, and again from the pass the message lookup made.
+            const std::optional<std::string> title = customTitleOfTranscript(path, limits);
+            std::optional<TranscriptPass> pass;
+            const std::optional<std::string> message = extractLastAssistantMessage(path, limits, &pass);
             const std::string context = "file " + std::to_string(f) + ", chunk " + std::to_string(limits.chunk) +
                                         ", longest line " + std::to_string(limits.longestLine) + ":\n" + file;
+            const std::string expectedTitle = shown(reference::customTitle(file, limits.longestLine, true));
             EXPECT_EQ(shown(message), shown(reference::lastAssistantMessage(file, limits.longestLine))) << context;
-            EXPECT_EQ(shown(title), shown(reference::customTitle(file, limits.longestLine, true))) << context;
+            EXPECT_EQ(shown(title), expectedTitle) << context;
+            EXPECT_EQ(shown(customTitleOfTranscript(path, limits, pass)), expectedTitle) << context;
         }
     }
 }

@@ -43,7 +43,10 @@ bool utf8BlocksValidPortable(const unsigned char* at, std::size_t blocks) {
         const Bytes16 continuation = (Bytes16)((b >= 0x80) & (b <= 0xBF));
         const Bytes16 expected = (Bytes16)((b1 >= 0xC0) | (b2 >= 0xE0) | (b3 >= 0xF0));
         errors |= continuation ^ expected;
-        errors |= (Bytes16)((b == 0xC0) | (b == 0xC1) | (b >= 0xF5));
+        // A lead that never occurs counts against the byte after it, as in the
+        // AVX2 kernel: the two take turns at any block, and the stream's last
+        // blocks are followed by zeros.
+        errors |= (Bytes16)((b1 == 0xC0) | (b1 == 0xC1) | (b1 >= 0xF5));
         errors |= (Bytes16)(((b1 == 0xE0) & (b < 0xA0)) | ((b1 == 0xED) & (b > 0x9F)) | ((b1 == 0xF0) & (b < 0x90)) |
                             ((b1 == 0xF4) & (b > 0x8F)));
     }

@@ -2,6 +2,7 @@
 
 #include "text/Json.hpp"
 #include "text/Utf8.hpp"
+#include "text/Utf8Stream.hpp"
 
 using namespace AgentHook::text;
 
@@ -23,6 +24,32 @@ TEST(Utf8, ValidityFollowsTheEncodingRules) {
         {"abcdefgh\x80", false},                             // stray continuation after a fast block
     };
     for (const Case& c : cases) EXPECT_EQ(isValidUtf8(c.bytes), c.valid) << c.bytes;
+}
+
+// An impossible lead byte followed by a continuation is caught wherever it
+// falls, whatever the length, including where the wide kernel hands the last
+// blocks to the narrow one.
+TEST(Utf8, AStreamCatchesAnImpossibleLeadAtEveryPosition) {
+    for (std::size_t length = 2; length <= 112; ++length) {
+        for (std::size_t at = 0; at + 1 < length; ++at) {
+            for (const char lead : {'\xC0', '\xF5', '\xFF'}) {
+                std::string bytes(length, 'a');
+                bytes[at] = lead;
+                bytes[at + 1] = '\x80';  // a continuation, as an overlong form would have
+                Utf8Stream whole;
+                feedUtf8(whole, bytes);
+                Utf8Stream pieces;
+                for (std::size_t from = 0; from < length; from += 7) {
+                    feedUtf8(pieces, std::string_view(bytes).substr(from, 7));
+                }
+                ASSERT_FALSE(finishUtf8(whole)) << length << " " << at;
+                ASSERT_FALSE(finishUtf8(pieces)) << length << " " << at;
+            }
+        }
+        Utf8Stream valid;
+        feedUtf8(valid, std::string(length, 'a'));
+        EXPECT_TRUE(finishUtf8(valid));
+    }
 }
 
 TEST(Utf8, CountsAndCutsUserPerceivedCharacters) {

@@ -146,6 +146,10 @@ matcher = "*"
 hooks = [ { type = "command", command = '@HOOK@ grok', timeout = 1860 } ]
 )",
                                                                     home.hook));
+    const testsupport::Finished again = home.run({"install", "grok"});
+    EXPECT_NE(again.out.find("warning: Grok also runs agent-hook for Stop from " + home.home + "/.grok/config.toml:7"),
+              std::string::npos)
+        << again.out;
     const testsupport::Finished run = home.run({"status", "grok", "--json"});
     EXPECT_EQ(run.status, 1);
     const nlohmann::json report = statusJson(run);

@@ -10,6 +10,7 @@
 
 #include "ConfigFile.hpp"
 #include "Registration.hpp"
+#include "Status.hpp"
 
 namespace AgentHook::Setup {
 namespace {
@@ -75,6 +76,19 @@ std::string backupNote(const std::string& path) {
                                                                  : std::string();
 }
 
+// Grok reads hooks from several places: an entry of ours elsewhere runs too.
+void warnAboutOtherEntries(Agent agent, const Options& options, const std::string& hookPath) {
+    if (agent != Agent::grok || options.dryRun) return;
+    for (const EntryHealth& health : agentStatus(agent, options.project, hookPath).entries) {
+        const FoundEntry& entry = health.entry;
+        if (entry.file.empty()) continue;
+        std::string place = entry.file;
+        if (entry.line) place.append(":").append(std::to_string(entry.line));
+        std::printf("warning: Grok also runs agent-hook for %s from %s; remove that entry, or it runs twice\n",
+                    entry.event.c_str(), place.c_str());
+    }
+}
+
 }  // namespace
 
 std::string defaultHookPath() {
@@ -108,6 +122,7 @@ int runInstall(const Options& options, const std::string& hookPath) {
             return [agent, &hookPath](std::string& text) { return addRegistration(text, agent, hookPath); };
         },
         [&](Agent agent, const std::string& path, bool changed) {
+            warnAboutOtherEntries(agent, options, hookPath);
             if (!changed) {
                 std::printf("%s: agent-hook is already registered in %s; nothing changed\n", agentTitle(agent),
                             path.c_str());

@@ -35,23 +35,12 @@ private:
     std::string address_;
 };
 
-class AppDetection : public ::testing::Test {
+class AppDetection : public HookTest {
 protected:
     void SetUp() override {
         if (!exists("/usr/bin/dbus-daemon")) GTEST_SKIP() << "dbus-daemon is not installed";
-        environment_ = makeHookEnvironment(dir_);
-        session_ = uniqueSessionId("bus");
+        HookTest::SetUp();
     }
-    void TearDown() override { removeSessionFiles(session_); }
-
-    std::string stopEvent() const {
-        return R"({"hook_event_name":"Stop","session_id":")" + session_ +
-               R"(","last_assistant_message":"Finished the refactor."})";
-    }
-
-    TempDir dir_;
-    HookEnvironment environment_;
-    std::string session_;
 };
 
 }  // namespace
@@ -83,7 +72,8 @@ TEST_F(AppDetection, ARunningAppIsNotWokenAndAnswers) {
         while (::read(companion.stdoutFd, &c, 1) == 1 && c != '\n') ready.push_back(c);
         ASSERT_NE(ready.find("owning " + name), std::string::npos) << ready;
 
-        const Finished hook = runHook({"claude"}, stopEvent(), environment);
+        const Finished hook =
+            runHook({"claude"}, event("Stop", R"(,"last_assistant_message":"Finished the refactor.")"), environment);
         finish(companion);
         EXPECT_EQ(hook.status, 0);
         EXPECT_EQ(hook.out, R"({"decision":"block","reason":"Now write the docs."})");
@@ -95,8 +85,7 @@ TEST_F(AppDetection, AnAppMissingFromTheBusIsWoken) {
     PrivateBus bus("unix:path=" + dir_.file("bus"));
     ASSERT_FALSE(bus.address().empty());
     environment_.extra["DBUS_SESSION_BUS_ADDRESS"] = bus.address();
-    const Finished hook = runHook(
-        {"claude"}, R"({"hook_event_name":"UserPromptSubmit","session_id":")" + session_ + R"("})", environment_);
+    const Finished hook = runHook({"claude"}, event("UserPromptSubmit"), environment_);
     EXPECT_EQ(hook.status, 0);
     EXPECT_EQ(xdgOpenCalls(environment_), std::vector<std::string>{"voxtrel://agent-wake"});
 }

@@ -21,20 +21,12 @@ const std::string kRuleSuggestions =
 
 class ClaudePermission : public HookTest {
 protected:
-    std::string event(const std::string& tool, const std::string& toolInput, const std::string& suggestions,
-                      const std::string& session = "") const {
-        return R"({"hook_event_name":"PermissionRequest","permission_mode":"default","session_id":")" +
-               (session.empty() ? session_ : session) + R"(","cwd":")" + cwd_ + R"(","tool_name":")" + tool +
-               R"(","tool_input":)" + toolInput + R"(,"permission_suggestions":)" + suggestions + "}";
+    std::string request(const std::string& tool, const std::string& toolInput, const std::string& suggestions) const {
+        return event("PermissionRequest", R"(,"permission_mode":"default","tool_name":")" + tool + R"(","tool_input":)" +
+                                              toolInput + R"(,"permission_suggestions":)" + suggestions);
     }
     std::string bash(const std::string& command, const std::string& suggestions = kSetModeSuggestions) const {
-        return event("Bash", R"({"command":")" + command + R"(","description":"Run it"})", suggestions);
-    }
-    Finished answered(const std::string& input, const std::string& reply) {
-        app_.answerNext(environment_, reply);
-        Finished finished = runHook({"claude"}, input, environment_);
-        app_.join();
-        return finished;
+        return request("Bash", R"({"command":")" + command + R"(","description":"Run it"})", suggestions);
     }
     std::string autoAcceptFile(const std::string& tool) const { return kScratch + "/" + session_ + "-autoaccept-" + tool; }
     std::string settingsFile() const { return cwd_ + "/.claude/settings.local.json"; }
@@ -50,7 +42,6 @@ TEST_F(ClaudePermission, EachSpokenAnswer) {
     };
     const std::string poll = "Poll got response";
     const Case cases[] = {
-        {"allow", kAllow, poll},
         {" ALLOW\n", kAllow, poll},
         {"Deny", denial(""), poll},
         {"Not now, use the STAGING database/2 ", denial("not now, use the staging database\\/2"), poll},
@@ -71,11 +62,11 @@ TEST_F(ClaudePermission, EachSpokenAnswer) {
 TEST_F(ClaudePermission, TheRequestTheAppSees) {
     const std::string transcript = dir_.file("t.jsonl");
     writeText(transcript, R"({"type":"assistant","message":{"content":[{"type":"text","text":"I will edit a/b.txt"}]}})" "\n");
-    const std::string input =
-        R"({"hook_event_name":"PermissionRequest","session_id":")" + session_ + R"(","cwd":")" + cwd_ +
-        R"(","transcript_path":")" + transcript +
-        R"(","tool_name":"Edit","tool_input":{"file_path":"/p/a.txt","old_string":"x\ny","new_string":"z","replace_all":false},)"
-        R"("permission_suggestions":[{"type":"addRules","behavior":"allow","rules":[{"toolName":"Edit","ruleContent":"//p/src/**"}]}]})";
+    const std::string input = event(
+        "PermissionRequest",
+        R"(,"transcript_path":")" + transcript +
+            R"(","tool_name":"Edit","tool_input":{"file_path":"/p/a.txt","old_string":"x\ny","new_string":"z","replace_all":false},)"
+            R"("permission_suggestions":[{"type":"addRules","behavior":"allow","rules":[{"toolName":"Edit","ruleContent":"//p/src/**"}]}])");
     const Finished finished = answered(input, "allow");
     EXPECT_EQ(finished.out, kAllow);
     EXPECT_EQ(app_.message,
@@ -100,7 +91,7 @@ TEST_F(ClaudePermission, BypassAllowsTheRestOfTheSessionWithoutTheApp) {
     EXPECT_EQ(messagesIn(finished.err).back(), "Bypass-perms mode enabled (word-match) for session=" + session_);
     EXPECT_EQ(readText(kScratch + "/" + session_ + "-bypass-perms"), "");
 
-    finished = runHook({"claude"}, event("WebFetch", "null", "null"), environment_);
+    finished = runHook({"claude"}, request("WebFetch", "null", "null"), environment_);
     EXPECT_EQ(finished.out, kAllow);
     EXPECT_EQ(afterEventLine(finished),
               std::vector<std::string>{"Bypass-perms mode active for session=" + session_ + ", auto-allowing WebFetch"});
@@ -115,7 +106,7 @@ TEST_F(ClaudePermission, StoredRulesAllowWithoutTheApp) {
     };
     const Case matched[] = {
         {bash("npm test"), "npm test"},
-        {event("Bash", R"({"command":"git status","file_path":"/tmp/a.log"})", "[]"), "/tmp/a.log"},
+        {request("Bash", R"({"command":"git status","file_path":"/tmp/a.log"})", "[]"), "/tmp/a.log"},
     };
     for (const Case& c : matched) {
         const Finished finished = runHook({"claude"}, c.input, environment_);
@@ -127,7 +118,7 @@ TEST_F(ClaudePermission, StoredRulesAllowWithoutTheApp) {
     // Not covered, another tool, or a file that is not UTF-8: the app is asked.
     EXPECT_EQ(answered(bash("npmx"), "deny").out, denial(""));
     EXPECT_EQ(answered(bash("rm /tmp/x/a.log"), "deny").out, denial(""));
-    EXPECT_EQ(answered(event("Read", R"({"file_path":"/tmp/a.log"})", "[]"), "deny").out, denial(""));
+    EXPECT_EQ(answered(request("Read", R"({"file_path":"/tmp/a.log"})", "[]"), "deny").out, denial(""));
     writeText(autoAcceptFile("Bash"), "npm \xff");
     EXPECT_EQ(answered(bash("npm test"), "deny").out, denial(""));
 }

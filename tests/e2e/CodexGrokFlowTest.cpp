@@ -11,15 +11,9 @@ namespace {
 
 class AgentFlow : public HookTest {
 protected:
-    Finished answered(const std::string& agent, const std::string& input, const std::string& reply) {
-        app_.answerNext(environment_, reply);
-        Finished finished = runHook({agent}, input, environment_);
-        app_.join();
-        return finished;
-    }
     std::string codexPermission() const {
-        return R"({"hook_event_name":"PermissionRequest","session_id":")" + session_ + R"(","cwd":")" + cwd_ +
-               R"(","permission_mode":"on-request","tool_name":"Bash","tool_input":{"command":"npm publish","description":"Publish it"}})";
+        return event("PermissionRequest",
+                     R"(,"permission_mode":"on-request","tool_name":"Bash","tool_input":{"command":"npm publish","description":"Publish it"})");
     }
     std::string grok(const std::string& event, const std::string& extra = "") const {
         return R"({"hookEventName":")" + event + R"(","sessionId":")" + session_ + R"(","cwd":")" + cwd_ +
@@ -30,9 +24,8 @@ protected:
 }  // namespace
 
 TEST_F(AgentFlow, CodexFinishedTurn) {
-    const std::string input = R"({"hook_event_name":"Stop","session_id":")" + session_ + R"(","cwd":")" + cwd_ +
-                              R"(","last_assistant_message":"Published \/ done."})";
-    const Finished finished = answered("codex", input, "Now tag the release");
+    const Finished finished =
+        answered(event("Stop", R"(,"last_assistant_message":"Published \/ done.")"), "Now tag the release", "codex");
     EXPECT_EQ(finished.status, 0);
     EXPECT_EQ(finished.out, R"({"decision":"block","reason":"Now tag the release"})");
     EXPECT_EQ(app_.message, "Published / done.");
@@ -55,7 +48,7 @@ TEST_F(AgentFlow, CodexPermissionReplies) {
         {"", ""},
     };
     for (const Case& c : cases) {
-        const Finished finished = answered("codex", codexPermission(), c.reply);
+        const Finished finished = answered(codexPermission(), c.reply, "codex");
         EXPECT_EQ(finished.status, 0);
         EXPECT_EQ(finished.out, c.out) << c.reply;
     }
@@ -63,7 +56,7 @@ TEST_F(AgentFlow, CodexPermissionReplies) {
               R"({"details":"npm publish","suggestions":[{"behavior":"allow","label":"Yes","tool":"Bash"},)"
               R"({"behavior":"bypass-perms","label":"Bypass permissions for this session","tool":"Bash"},)"
               R"({"behavior":"deny","label":"No","tool":"Bash"}],"summary":"Publish it","toolName":"Bash"})");
-    const Finished bypass = answered("codex", codexPermission(), "bypass");
+    const Finished bypass = answered(codexPermission(), "bypass", "codex");
     EXPECT_EQ(bypass.out, kAllow);
     EXPECT_EQ(messagesIn(bypass.err).back(), "Bypass-perms mode enabled for codex session=" + session_);
     const Finished later = runHook({"codex"}, codexPermission(), environment_);
@@ -104,13 +97,13 @@ TEST_F(AgentFlow, GrokPreToolUseAnswersInGroksOwnForm) {
         {"", ""},
     };
     for (const Case& c : cases) {
-        EXPECT_EQ(answered("grok", grok("pre_tool_use"), c.reply).out, c.out) << c.reply;
+        EXPECT_EQ(answered(grok("pre_tool_use"), c.reply, "grok").out, c.out) << c.reply;
     }
     const auto payload = AgentHook::decodeInboxPayload(app_.payload);
     EXPECT_EQ(payload->agent, "grok");
     EXPECT_EQ(payload->summary, "Run command?");
     // A permission request in Grok's name gets the decision all agents share.
-    EXPECT_EQ(answered("grok", grok("PermissionRequest"), "Use the Makefile").out, denial("Use the Makefile"));
+    EXPECT_EQ(answered(grok("PermissionRequest"), "Use the Makefile", "grok").out, denial("Use the Makefile"));
     // Modes in which Grok never asks pass through, whatever the session's markers say.
     const Finished passed = runHook({"grok"}, grok("PRE_TOOL_USE", R"(,"permissionMode":"dontAsk")"), environment_);
     EXPECT_EQ(passed.out, "");
@@ -124,7 +117,7 @@ TEST_F(AgentFlow, GrokFinishedTurnFromTheSessionHistory) {
     writeText(history + "/chat_history.jsonl",
               R"({"type":"user","content":"Build it"})" "\n"
               R"({"type":"assistant","content":[{"type":"text","text":"Built "},{"type":"text","text":"and tested."}]})" "\n");
-    const Finished finished = answered("grok", grok("Stop", R"(,"reason":"END_TURN","lastAssistantMessage":"")"), "ship it");
+    const Finished finished = answered(grok("Stop", R"(,"reason":"END_TURN","lastAssistantMessage":"")"), "ship it", "grok");
     EXPECT_EQ(finished.out, R"({"decision":"block","reason":"ship it"})");
     EXPECT_EQ(app_.message, "Built and tested.");
 
@@ -139,5 +132,5 @@ TEST_F(AgentFlow, GrokEventFromTheEnvironment) {
     EXPECT_EQ(finished.status, 0);
     EXPECT_EQ(messagesIn(finished.err).at(2), "Event: session_end session=" + session_);
     EXPECT_EQ(payloadsIn(inboxOf(environment_)),
-              std::vector<std::string>{R"({"kind":"dismiss","sessionId":")" + session_ + R"("})"});
+              std::vector<std::string>{dismissPayload(session_)});
 }

@@ -1,7 +1,6 @@
 // The stand-in app against hand-written requests: what it shows of a request's
 // choices and what it writes back for a scripted answer or a typed one.
 #include <gtest/gtest.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include "support/TestSupport.hpp"
@@ -125,11 +124,7 @@ TEST_F(Companion, ARequestWhoseHookIsGoneIsDropped) {
     }();
     request("a", "completed", "Done.", gone);
     // Arrival order follows modification times: this one came a second earlier.
-    timeval earlier[2];
-    ::gettimeofday(&earlier[0], nullptr);
-    earlier[0].tv_sec -= 1;
-    earlier[1] = earlier[0];
-    ::utimes((inboxOf(environment_) + "/" + session_ + "-a.json").c_str(), earlier);
+    setAge(inboxOf(environment_) + "/" + session_ + "-a.json", 1);
     const Finished companion = answer("completed", "Done.", {"--answer", "go on"}, "");
     EXPECT_EQ(companion.status, 0) << companion.err;
     EXPECT_NE(companion.out.find("companion: dropped " + session_ + "-a: its hook (pid " + std::to_string(gone) + ") is gone\n"),

@@ -12,8 +12,7 @@ class Hostile : public HookTest {
 protected:
     // A Claude event that decides at once: the questions were answered already.
     std::string deciding() const {
-        return R"({"hook_event_name":"PermissionRequest","session_id":")" + session_ +
-               R"(","tool_name":"AskUserQuestion","tool_input":{"answers":{"Q?":"A"}}})";
+        return event("PermissionRequest", R"(,"tool_name":"AskUserQuestion","tool_input":{"answers":{"Q?":"A"}})");
     }
 };
 
@@ -54,17 +53,10 @@ TEST_F(Hostile, ASessionIdThatCouldLeaveTheScratchDirectory) {
     EXPECT_FALSE(exists("/tmp/escaped-stop-message.txt"));
 }
 
-TEST_F(Hostile, BytesAfterTheObject) {
-    const Finished finished = runHook({"claude"}, std::string("{}\0{\"x\":1}", 10), environment_);
-    EXPECT_EQ(finished.status, 1);
-    EXPECT_EQ(messagesIn(finished.err).back(), "Failed to decode JSON");
-}
-
 TEST_F(Hostile, ARelativeDataHomeIsIgnored) {
     environment_.extra["XDG_DATA_HOME"] = "relative/data";
-    const Finished finished = runHook(
-        {"claude"}, R"({"hook_event_name":"UserPromptSubmit","session_id":")" + session_ + R"("})", environment_);
+    const Finished finished = runHook({"claude"}, event("UserPromptSubmit"), environment_);
     EXPECT_EQ(finished.status, 0);
     EXPECT_EQ(payloadsIn(environment_.home + "/.local/share/voxtrel/agent/inbox"),
-              std::vector<std::string>{R"({"kind":"dismiss","sessionId":")" + session_ + R"("})"});
+              std::vector<std::string>{dismissPayload(session_)});
 }

@@ -23,11 +23,10 @@ TEST_F(Load, SixtyFourAlwaysAnswersAtOnce) {
     const std::size_t since = logSize();
     std::vector<RunningProcess> hooks;
     for (int i = 0; i < kHooks; ++i) {
-        const std::string input =
-            R"({"hook_event_name":"PermissionRequest","session_id":")" + session_ + R"(","cwd":")" + cwd_ +
-            R"(","tool_name":"Bash","tool_input":{"command":"job )" + std::to_string(i) +
-            R"("},"permission_suggestions":[{"type":"addRules","behavior":"allow","rules":[{"toolName":"Bash","ruleContent":"job )" +
-            std::to_string(i) + R"(:*"}]}]})";
+        const std::string job = "job " + std::to_string(i);
+        const std::string input = event("PermissionRequest", R"(,"tool_name":"Bash","tool_input":{"command":")" + job +
+                                                                 R"("},"permission_suggestions":[{"type":"addRules","behavior":"allow",)"
+                                                                 R"("rules":[{"toolName":"Bash","ruleContent":")" + job + R"(:*"}]}])");
         hooks.push_back(start(AGENT_HOOK_PROGRAM, {"claude"}, environment_.build(), true, input));
     }
     std::vector<std::string> responses;

@@ -20,12 +20,11 @@ class Withdrawal : public HookTest {
 protected:
     std::string transcript() const { return dir_.file("t.jsonl"); }
     std::string stopEvent() const {
-        return R"({"hook_event_name":"Stop","session_id":")" + session_ + R"(","cwd":")" + cwd_ +
-               R"(","transcript_path":")" + transcript() + R"(","last_assistant_message":"Done."})";
+        return event("Stop", R"(,"transcript_path":")" + transcript() + R"(","last_assistant_message":"Done.")");
     }
     std::string permissionEvent() const {
-        return R"({"hook_event_name":"PermissionRequest","session_id":")" + session_ + R"(","cwd":")" + cwd_ +
-               R"(","transcript_path":")" + transcript() + R"(","tool_name":"Bash","tool_input":)" + kCall + "}";
+        return event("PermissionRequest",
+                     R"(,"transcript_path":")" + transcript() + R"(","tool_name":"Bash","tool_input":)" + kCall);
     }
     // Starts the hook and waits until its request is in the inbox and its
     // signal handlers are in place.
@@ -36,7 +35,9 @@ protected:
         return process;
     }
     void append(const std::string& text) { writeText(transcript(), readText(transcript()) + text); }
-    static bool running(pid_t pid) {
+    // Still running after a while: nothing made it give up.
+    static bool stillRunningLater(pid_t pid) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(600));
         const std::string status = readText("/proc/" + std::to_string(pid) + "/stat");
         return !status.empty() && status.find(") Z") == std::string::npos;
     }
@@ -46,8 +47,7 @@ protected:
         EXPECT_EQ(finished.status, 0);
         EXPECT_EQ(finished.out, "");
         EXPECT_EQ(messagesIn(finished.err).back(), reason + " \xE2\x80\x94 dismissing session=" + session_ + " and exiting");
-        const auto payloads = payloadsIn(inboxOf(environment_));
-        EXPECT_EQ(payloads.back(), R"({"kind":"dismiss","sessionId":")" + session_ + R"("})");
+        EXPECT_EQ(payloadsIn(inboxOf(environment_)).back(), dismissPayload(session_));
     }
 };
 
@@ -58,10 +58,12 @@ TEST_F(Withdrawal, TheAgentEndingTheHook) {
         {SIGTERM, "SIGTERM received"}, {SIGHUP, "SIGHUP received"}, {SIGINT, "SIGINT received"}};
     for (const auto& [signal, reason] : signals) {
         writeText(transcript(), "");
-        RunningProcess process = waiting(permissionEvent());
+        // Ctrl-C ends a finished turn's wait; the others, a permission request's.
+        RunningProcess process = waiting(signal == SIGINT ? stopEvent() : permissionEvent());
         ::kill(process.pid, signal);
         expectWithdrawn(process, reason);
     }
+    EXPECT_TRUE(exists(kScratch + "/" + session_ + "-stop-message.txt"));  // kept for the next turn
 }
 
 TEST_F(Withdrawal, TheAgentGone) {
@@ -76,8 +78,7 @@ TEST_F(Withdrawal, TheAgentGone) {
 TEST_F(Withdrawal, ATerminalOrTheNullDeviceIsNeverAGoneAgent) {
     for (const Output output : {Output::nullDevice, Output::terminal}) {
         RunningProcess process = waiting(stopEvent(), output);
-        std::this_thread::sleep_for(std::chrono::milliseconds(600));
-        EXPECT_TRUE(running(process.pid));
+        EXPECT_TRUE(stillRunningLater(process.pid));
         app_.answerNext(environment_, "go on");
         app_.join();
         const Finished finished = finish(process);
@@ -93,8 +94,7 @@ TEST_F(Withdrawal, AnAnswerInClaudeCodesOwnDialog) {
               R"({"type":"tool_use","id":"toolu_2","name":"Bash","input":)" + kCall + "}]}}\n");
     RunningProcess process = waiting(permissionEvent());
     append(R"({"type":"user","message":{"content":[{"type":"tool_result","tool_use_id":"toolu_1","content":"a"}]}})" "\r\n");
-    std::this_thread::sleep_for(std::chrono::milliseconds(600));
-    EXPECT_TRUE(running(process.pid));
+    EXPECT_TRUE(stillRunningLater(process.pid));
     append(R"({"type":"user","message":{"content":[{"type":"tool_result","tool_use_id":"toolu_2","content":"ok"}]}})" "\n");
     expectWithdrawn(process, "The call was answered in Claude Code (toolu_2)");
 }
@@ -103,8 +103,7 @@ TEST_F(Withdrawal, APromptTypedWhileATurnWaits) {
     const std::string enqueue = R"({"type":"queue-operation","operation":"enqueue","content":"and use tabs"})";
     writeText(transcript(), enqueue + "\n");  // typed before this turn ended
     RunningProcess process = waiting(stopEvent());
-    std::this_thread::sleep_for(std::chrono::milliseconds(600));
-    EXPECT_TRUE(running(process.pid));
+    EXPECT_TRUE(stillRunningLater(process.pid));
     append(enqueue + "\n");
     expectWithdrawn(process, "A prompt was typed into Claude Code");
 }

@@ -7,6 +7,7 @@
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -61,6 +62,34 @@ void makeDirectories(const std::string& path) { fs::create_directories(path); }
 void makeExecutable(const std::string& path, const std::string& script) {
     writeText(path, script);
     ::chmod(path.c_str(), 0755);
+}
+
+void setAge(const std::string& path, double seconds) {
+    timeval times[2];
+    ::gettimeofday(&times[0], nullptr);
+    times[0].tv_sec -= static_cast<time_t>(seconds);
+    times[1] = times[0];
+    ::utimes(path.c_str(), times);
+}
+
+static void assignVariable(const std::string& name, const std::optional<std::string>& value) {
+    if (value) {
+        ::setenv(name.c_str(), value->c_str(), 1);
+    } else {
+        ::unsetenv(name.c_str());
+    }
+}
+
+ScopedVariables::~ScopedVariables() {
+    for (const auto& [name, value] : saved_) assignVariable(name, value);
+}
+
+void ScopedVariables::set(const std::string& name, const std::optional<std::string>& value) {
+    if (!saved_.count(name)) {
+        const char* old = std::getenv(name.c_str());
+        saved_[name] = old ? std::optional<std::string>(old) : std::nullopt;
+    }
+    assignVariable(name, value);
 }
 
 std::string uniqueSessionId(const std::string& label) {
@@ -370,6 +399,10 @@ std::string escapedSlashes(const std::string& text) {
     return escaped;
 }
 
+std::string dismissPayload(const std::string& sessionId) {
+    return R"({"kind":"dismiss","sessionId":")" + sessionId + R"("})";
+}
+
 void HookTest::SetUp() {
     environment_ = makeHookEnvironment(dir_);
     session_ = uniqueSessionId("claude");
@@ -379,13 +412,25 @@ void HookTest::SetUp() {
 
 void HookTest::TearDown() {
     app_.join();
-    removeSessionFiles(session_);
+    if (!session_.empty()) removeSessionFiles(session_);
 }
 
 std::vector<std::string> HookTest::afterEventLine(const Finished& finished) {
     auto messages = messagesIn(finished.err);
     return messages.size() > 3 ? std::vector<std::string>(messages.begin() + 3, messages.end())
                                : std::vector<std::string>{};
+}
+
+std::string HookTest::event(const std::string& name, const std::string& members) const {
+    return R"({"hook_event_name":")" + name + R"(","session_id":")" + session_ + R"(","cwd":")" + cwd_ + "\"" +
+           members + "}";
+}
+
+Finished HookTest::answered(const std::string& input, const std::string& reply, const std::string& agent) {
+    app_.answerNext(environment_, reply);
+    Finished finished = runHook({agent}, input, environment_);
+    app_.join();
+    return finished;
 }
 
 }  // namespace testsupport

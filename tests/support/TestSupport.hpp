@@ -35,6 +35,22 @@ std::string readText(const std::string& path);
 bool exists(const std::string& path);
 void makeDirectories(const std::string& path);
 void makeExecutable(const std::string& path, const std::string& script);
+// Sets the file's access and modification times to `seconds` ago.
+void setAge(const std::string& path, double seconds);
+
+// Sets or unsets (nullopt) variables of the test process itself; each one
+// gets its old value back when the object goes.
+class ScopedVariables {
+public:
+    ScopedVariables() = default;
+    ScopedVariables(const ScopedVariables&) = delete;
+    ScopedVariables& operator=(const ScopedVariables&) = delete;
+    ~ScopedVariables();
+    void set(const std::string& name, const std::optional<std::string>& value);
+
+private:
+    std::map<std::string, std::optional<std::string>> saved_;
+};
 
 // A unique session id for one test ("t-<test name>-<pid>-<counter>").
 std::string uniqueSessionId(const std::string& label);
@@ -132,6 +148,8 @@ inline std::string denial(const std::string& message) {
 
 // Every "/" written as "\/", as the hook's JSON writes it.
 std::string escapedSlashes(const std::string& text);
+// The payload that withdraws a session's request.
+std::string dismissPayload(const std::string& sessionId);
 
 // One end-to-end test of the hook: a fresh HOME, a unique session id, a
 // project directory "proj", and a FakeApp; the session's files go afterwards.
@@ -142,6 +160,11 @@ protected:
 
     // The log messages after "Hook started", the input record and the "Event:" line.
     static std::vector<std::string> afterEventLine(const Finished& finished);
+    // An event of this test's session and project; `members` follow, each
+    // written with its leading comma.
+    std::string event(const std::string& name, const std::string& members = "") const;
+    // Runs `agent-hook <agent>` on `input` while the app answers `reply`.
+    Finished answered(const std::string& input, const std::string& reply, const std::string& agent = "claude");
 
     TempDir dir_;
     HookEnvironment environment_;

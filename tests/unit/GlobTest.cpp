@@ -1,7 +1,8 @@
 // Auto-accept rules and their globs. Globs must agree with the anchored
-// regular expression they stand for, so beside the table the matcher is
-// compared with std::regex on random inputs over an alphabet where the two
-// regex dialects agree.
+// regular expression they stand for: the matcher is compared with std::regex
+// on random inputs over an alphabet where the two regex dialects agree, and
+// the table holds what that alphabet cannot reach (letter case, characters
+// special to regular expressions, Unicode, other line terminators).
 #include <gtest/gtest.h>
 
 #include <random>
@@ -20,26 +21,12 @@ TEST(Glob, MatchesLikeTheAnchoredRegularExpression) {
         bool matches;
     };
     const Case cases[] = {
-        {"/Users/ann/proj/**", "/Users/ann/proj/a.txt", true},
         {"/Users/ann/proj/**", "/Users/ann/proj/src/b/c.txt", true},
-        {"/Users/ann/proj/**", "/Users/ann/proj/", true},
         {"/Users/ann/proj/**", "/Users/ann/proj", false},
-        {"/Users/ann/proj/**", "/Users/ann/project/x", false},
-        {"/tmp/*.log", "/tmp/a.log", true},
-        {"/tmp/*.log", "/tmp/.log", true},
         {"/tmp/*.log", "/tmp/x/a.log", false},
-        {"/home/u/**.md", "/home/u/sub/a.md", true},
         // "**/" also matches where the slash and what it stood for are absent.
         {"a/**/b", "a/b", true},
-        {"a/**/b", "a/x/y/b", true},
-        {"a/**/b", "a/xb", true},
-        {"a/**/b", "a/x/b/", false},
-        {"***", "a/b", true},
-        // Anchored at both ends, letter case counting.
-        {"/a", "/a/b", false},
-        {"/a/b", "x/a/b", false},
-        {"/A", "/a", false},
-        {"", "", true},
+        {"/A", "/a", false},  // letter case counts
         // Regular-expression characters are literal.
         {"/tmp/a(1).txt", "/tmp/a(1).txt", true},
         {"/tmp/a(1).txt", "/tmp/a1.txt", false},
@@ -50,11 +37,8 @@ TEST(Glob, MatchesLikeTheAnchoredRegularExpression) {
         {"/?", "/e\xCC\x81", true},                                  // e + combining acute
         {"/?", "/\xF0\x9F\x91\xA9\xE2\x80\x8D\xF0\x9F\x92\xBB", true},  // woman technologist (ZWJ)
         {"/?", "/\xF0\x9F\x87\xAB\xF0\x9F\x87\xB7", true},          // flag of France
-        {"/?", "/ab", false},
-        {"/?", "/", false},
         {"?", "/", true},
         {"/?", "/\n", false},
-        {"/?", "/\r\n", false},
         {"/e?", "/e\xCC\x81", true},                                 // the mark alone after a literal e
         // Literals and stars work on code points: "*" may take a combining mark.
         {"/e*", "/e\xCC\x81x", true},
@@ -75,9 +59,6 @@ TEST(Glob, MatchesLikeTheAnchoredRegularExpression) {
         {"/a", "/a\r\n", true},
         {"/a", "/a\xE2\x80\xA9", true},
         {"/a", "/a\xC2\x85", true},
-        {"/a\r", "/a\r\n", false},
-        {"/x/**", "/x/abc\n", true},
-        {"", "\n", true},
         // Pattern characters are read as whole user-perceived characters.
         {"/e\xCC\x81", "/e\xCC\x81", true},
         {"/*\xCC\x81", "/x\xCC\x81", false},                        // a star with a mark is no star
@@ -135,11 +116,11 @@ TEST(Glob, LongTargetsWithManyStarsStayLinear) {
     EXPECT_FALSE(globMatch("/a/*/*/*/*/*/*/*/*/x", segments + "y"));
     EXPECT_TRUE(globMatch("/a/*/*/*/*/*/*/*/**/x", segments + "x"));
 
-    const std::string letters = "/" + std::string(1024 * 1024, 'a');
+    const std::string letters = std::string("/").append(1024 * 1024, 'a');
     EXPECT_FALSE(globMatch("/**a**a**a**a**a**a**a**a**a**a**b", letters));
     EXPECT_FALSE(globMatch("/*a*a*a*a*a*a*a*a*a*a*a*a*a*a*a*a*a*a*a*b", letters));
     EXPECT_TRUE(globMatch("/**a*a?a*a**a", letters));
-    EXPECT_TRUE(globMatch("/" + std::string(300, '?') + "**", letters));
+    EXPECT_TRUE(globMatch(std::string("/").append(300, '?').append("**"), letters));
 
     std::string words = "/";
     while (words.size() < 1024 * 1024) words += "日本語のテキスト/";

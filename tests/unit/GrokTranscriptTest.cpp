@@ -19,29 +19,12 @@ namespace {
 
 const std::string kSession = "0199a2f4-grok-session";
 
-std::optional<std::string> savedVariable(const char* name) {
-    const char* value = std::getenv(name);
-    return value ? std::optional<std::string>(value) : std::nullopt;
-}
-
-void restoreVariable(const char* name, const std::optional<std::string>& value) {
-    if (value) {
-        ::setenv(name, value->c_str(), 1);
-    } else {
-        ::unsetenv(name);
-    }
-}
-
 // A fresh HOME and GROK_HOME=<dir>/grok for each test.
 class GrokHistory : public ::testing::Test {
 protected:
     void SetUp() override {
-        ::setenv("HOME", dir_.file("home").c_str(), 1);
-        ::setenv("GROK_HOME", dir_.file("grok").c_str(), 1);
-    }
-    void TearDown() override {
-        restoreVariable("HOME", savedHome_);
-        restoreVariable("GROK_HOME", savedGrokHome_);
+        variables_.set("HOME", dir_.file("home"));
+        variables_.set("GROK_HOME", dir_.file("grok"));
     }
 
     // Writes <grokHome>/sessions/<group>/<session>/<name>; returns its path.
@@ -55,8 +38,7 @@ protected:
     }
 
     TempDir dir_;
-    std::optional<std::string> savedHome_ = savedVariable("HOME");
-    std::optional<std::string> savedGrokHome_ = savedVariable("GROK_HOME");
+    testsupport::ScopedVariables variables_;
 };
 
 std::string message(const std::string& role, const std::string& content) {
@@ -219,13 +201,13 @@ TEST_F(GrokHistory, TranscriptPathNamesTheUpdateStream) {
 TEST_F(GrokHistory, GrokHomeAndGroupingDirectories) {
     const std::string inHome = writeSessionFile("chat_history.jsonl", "", "g", dir_.file("home") + "/.grok");
     EXPECT_EQ(findSessionFile(kSession, "chat_history.jsonl"), std::nullopt);  // GROK_HOME set: HOME not searched
-    ::setenv("GROK_HOME", "", 1);
+    variables_.set("GROK_HOME", "");
     EXPECT_EQ(findSessionFile(kSession, "chat_history.jsonl"), inHome);
-    ::unsetenv("GROK_HOME");
+    variables_.set("GROK_HOME", std::nullopt);
     EXPECT_EQ(findSessionFile(kSession, "chat_history.jsonl"), inHome);
 
     // Every grouping entry is tried, whatever the listing order.
-    ::setenv("GROK_HOME", dir_.file("grok").c_str(), 1);
+    variables_.set("GROK_HOME", dir_.file("grok"));
     testsupport::makeDirectories(dir_.file("grok/sessions/a/" + kSession));
     writeText(dir_.file("grok/sessions/stray-file"), "");
     const std::string inB = writeSessionFile("updates.jsonl", "", "b");

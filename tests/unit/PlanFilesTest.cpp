@@ -2,12 +2,6 @@
 // staleness, and the newest plan file when the transcript names none.
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-#include <sys/time.h>
-
-#include <cstdlib>
-#include <ctime>
-
 #include "claude/PlanFiles.hpp"
 #include "support/TestSupport.hpp"
 
@@ -34,35 +28,22 @@ namespace {
 class PlanFiles : public ::testing::Test {
 protected:
     void SetUp() override {
-        const char* home = std::getenv("HOME");
-        if (home) savedHome_ = home;
-        ::setenv("HOME", dir_.path().c_str(), 1);
-        plans_ = dir_.file(".claude/plans");
+        variables_.set("HOME", dir_.path());
         makeDirectories(plans_);
     }
-    void TearDown() override {
-        if (savedHome_) ::setenv("HOME", savedHome_->c_str(), 1);
-    }
     // Writes a plan file last modified `age` seconds ago.
-    std::string plan(const std::string& name, const std::string& text, double age) {
-        const std::string path = plans_ + "/" + name;
-        writeText(path, text);
-        timeval times[2];
-        ::gettimeofday(&times[0], nullptr);
-        times[0].tv_sec -= static_cast<time_t>(age);
-        times[1] = times[0];
-        ::utimes(path.c_str(), times);
-        return path;
+    void plan(const std::string& name, const std::string& text, double age) {
+        writeText(plans_ + "/" + name, text);
+        setAge(plans_ + "/" + name, age);
     }
     std::string transcript(const std::string& text) {
-        const std::string path = dir_.file("t.jsonl");
-        writeText(path, text);
-        return path;
+        writeText(dir_.file("t.jsonl"), text);
+        return dir_.file("t.jsonl");
     }
 
     TempDir dir_;
-    std::optional<std::string> savedHome_;
-    std::string plans_;
+    ScopedVariables variables_;
+    std::string plans_ = dir_.file(".claude/plans");
 };
 
 }  // namespace

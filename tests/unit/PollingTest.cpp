@@ -19,12 +19,12 @@ class Polling : public ::testing::Test {
 protected:
     void SetUp() override {
         environment_ = testsupport::makeHookEnvironment(dir_);
-        ::setenv("HOME", environment_.home.c_str(), 1);
+        variables_.set("HOME", environment_.home);
         for (const char* name : {"XDG_DATA_HOME", "DBUS_SESSION_BUS_ADDRESS", "XDG_RUNTIME_DIR", "VOXTREL_SCHEME"}) {
-            ::unsetenv(name);
+            variables_.set(name, std::nullopt);
         }
-        savedPath_ = std::getenv("PATH") ? std::getenv("PATH") : "/usr/bin:/bin";
-        ::setenv("PATH", (environment_.binDir + ":" + savedPath_).c_str(), 1);
+        const char* path = std::getenv("PATH");
+        variables_.set("PATH", environment_.binDir + ":" + (path ? path : "/usr/bin:/bin"));
         scratch_ = dir_.file("scratch");
         request_.agent = Agent::codex;
         request_.status = "permission";
@@ -36,7 +36,6 @@ protected:
         request_.gitBranch = "main";
         request_.title = "";
     }
-    void TearDown() override { ::setenv("PATH", savedPath_.c_str(), 1); }
 
     // Runs the round trip without waiting; `afterWait` is called with the
     // seconds counted so far each time the loop would have waited.
@@ -61,7 +60,7 @@ protected:
 
     TempDir dir_;
     testsupport::HookEnvironment environment_;
-    std::string savedPath_;
+    testsupport::ScopedVariables variables_;
     std::string scratch_;
     VoxtrelRequest request_;
     double elapsed_ = 0;

@@ -419,23 +419,6 @@ TEST(SessionBus, ASignalDoesNotCutTheWaitShort) {
     EXPECT_EQ(answer, true);
 }
 
-TEST(SessionBus, AsksARealBusDaemon) {
-    if (!testsupport::exists("/usr/bin/dbus-daemon")) GTEST_SKIP() << "dbus-daemon is not installed";
-    TempDir dir;
-    testsupport::RunningProcess daemon =
-        testsupport::start("/usr/bin/dbus-daemon",
-                           {"--session", "--nofork", "--print-address", "--address=unix:path=" + dir.file("bus")},
-                           {"PATH=/usr/bin:/bin"});
-    std::string address;
-    char c;
-    while (::read(daemon.stdoutFd, &c, 1) == 1 && c != '\n') address.push_back(c);
-    // The daemon owns its own name; nobody owns the app's.
-    EXPECT_EQ(anyNameHasOwner(address, kNames), false);
-    EXPECT_EQ(anyNameHasOwner(address, {"com.brightloft.voxtrel", "org.freedesktop.DBus"}), true);
-    ::kill(daemon.pid, SIGTERM);
-    testsupport::finish(daemon);
-}
-
 namespace {
 
 // True once `pid` has exited (a zombie counts: it no longer runs).

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "FuzzSupport.hpp"
-#include "Registration.hpp"
+#include "RegistrationEdit.hpp"
 
 using namespace AgentHook::Setup;
 

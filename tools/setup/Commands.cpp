@@ -10,6 +10,7 @@
 
 #include "ConfigFile.hpp"
 #include "Registration.hpp"
+#include "RegistrationEdit.hpp"
 #include "Status.hpp"
 
 namespace AgentHook::Setup {

@@ -1,5 +1,5 @@
-// What agent-hook registers with each agent, where, and the edits of a
-// configuration's "hooks" member that add or remove it.
+// What agent-hook registers with each agent, where, and how to find it in a
+// configuration.
 //
 // agent-hook's own entries are the hooks whose command runs a program named
 // "agent-hook" (any directory) or the hook path given; nothing else in the
@@ -48,22 +48,8 @@ bool isOwnCommand(std::string_view command, const std::string& hookPath);
 // member that is not an object.
 std::optional<std::string> shapeProblem(const OrderedJson& root);
 
-// Adds the agent's registration to the text of a document (an object): an
-// event's group takes the place of the first group that held only agent-hook,
-// else goes after the first group that shared a hook of ours with the user's,
-// else last; every other agent-hook entry goes. Only those parts of the text
-// change. What is wrong with the document when it has no room for it (`text`
-// is then unchanged).
-std::optional<std::string> addRegistration(std::string& text, Agent agent, const std::string& hookPath);
-
-// Removes every agent-hook entry, and the groups, events and "hooks" member
-// that this leaves empty; what is wrong with the document, as above.
-std::optional<std::string> removeRegistration(std::string& text, const std::string& hookPath);
-
-// Whether two documents without agent-hook's entries differ in nothing but
-// empty event lists or an empty "hooks" member: then the earlier file's bytes
-// can stand for the later document.
-bool sameApartFromRegistration(const OrderedJson& earlier, const OrderedJson& now, const std::string& hookPath);
+// Whether a hook object runs agent-hook.
+bool isOwnHook(const OrderedJson& hook, const std::string& hookPath);
 
 // One agent-hook entry found in a configuration.
 struct FoundEntry {

@@ -26,22 +26,6 @@ std::string joinPath(const std::string& directory, const char* component) {
     return directory + "/" + component;
 }
 
-// Where the settings file really is: a link (a dotfiles repository) is
-// followed, so that the link stays and its target is replaced.
-std::string resolvedTarget(const std::string& path) {
-    std::string resolved = path;
-    for (int hops = 0; hops < 16; ++hops) {
-        const std::optional<std::string> target = platform::linkTarget(resolved);
-        if (!target) break;
-        if (!target->empty() && target->front() == '/') {
-            resolved = *target;
-        } else {
-            resolved = resolved.substr(0, resolved.rfind('/') + 1) + *target;
-        }
-    }
-    return resolved;
-}
-
 }  // namespace
 
 std::string autoAcceptFilePath(const std::string& sessionId, const std::string& toolName) {
@@ -137,7 +121,7 @@ void persistAllowRules(const std::string& cwd, const std::vector<std::string>& r
         log("Always-allow: cannot create " + directory + ": " + error);
         return;
     }
-    const std::string target = resolvedTarget(path);
+    const std::string target = platform::followLinks(path);
     const platform::DirectoryLock lock(target.substr(0, target.rfind('/')));
     std::string settings;
     if (platform::fileExists(target)) {

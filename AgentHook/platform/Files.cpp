@@ -126,6 +126,22 @@ std::optional<std::string> linkTarget(const std::string& path) {
     return target;
 }
 
+std::string followLinks(const std::string& path) {
+    std::string resolved = path;
+    for (int hops = 0; hops < 40; ++hops) {
+        const std::optional<std::string> target = linkTarget(resolved);
+        if (!target) break;
+        resolved = !target->empty() && target->front() == '/' ? *target
+                                                                : resolved.substr(0, resolved.rfind('/') + 1) + *target;
+    }
+    return resolved;
+}
+
+bool isExecutableFile(const std::string& path) {
+    struct stat info;
+    return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) && ::access(path.c_str(), X_OK) == 0;
+}
+
 std::optional<std::vector<std::string>> listDirectory(const std::string& path) {
     DIR* directory = ::opendir(path.c_str());
     if (directory == nullptr) return std::nullopt;

@@ -50,6 +50,14 @@ bool appendToFile(const std::string& path, std::string_view bytes);
 // The target of a symbolic link, as stored; nothing when `path` is not a link.
 std::optional<std::string> linkTarget(const std::string& path);
 
+// Where `path` really leads, every symbolic link in its last component
+// followed (a settings file kept in a dotfiles repository), so that a writer
+// replaces the target and the link stays. A loop ends after 40 links.
+std::string followLinks(const std::string& path);
+
+// Whether `path` is a regular file this user may execute.
+bool isExecutableFile(const std::string& path);
+
 // The entries of a directory (without "." and ".."), in the order the system
 // lists them; nothing when it cannot be read.
 std::optional<std::vector<std::string>> listDirectory(const std::string& path);

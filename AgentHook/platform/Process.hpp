@@ -38,4 +38,7 @@ bool startDetached(const std::string& program, const std::vector<std::string>& a
 // Collects children that have exited, so a detached child leaves no zombie.
 void reapExitedChildren();
 
+// The absolute path of the running program; "" when the system cannot tell.
+std::string runningExecutablePath();
+
 }  // namespace AgentHook::platform

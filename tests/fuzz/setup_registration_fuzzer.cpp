@@ -10,6 +10,7 @@
 #include "RegistrationEdit.hpp"
 
 using namespace AgentHook::Setup;
+using AgentHook::Agent;
 
 namespace {
 

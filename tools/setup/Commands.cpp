@@ -1,17 +1,13 @@
 #include "Commands.hpp"
 
-#include <climits>
 #include <cstdio>
-#include <sys/stat.h>
-#include <unistd.h>
-#if defined(__APPLE__)
-#include <mach-o/dyld.h>
-#endif
 
 #include "ConfigFile.hpp"
 #include "Registration.hpp"
 #include "RegistrationEdit.hpp"
 #include "Status.hpp"
+#include "platform/Files.hpp"
+#include "platform/Process.hpp"
 
 namespace AgentHook::Setup {
 namespace {
@@ -73,8 +69,8 @@ int forEachAgent(const Options& options, const std::string& hookPath, Change cha
 }
 
 std::string backupNote(const std::string& path) {
-    return access((path + ".agent-hook.bak").c_str(), F_OK) == 0 ? "; the previous file is " + path + ".agent-hook.bak"
-                                                                 : std::string();
+    const std::string backup = path + ".agent-hook.bak";
+    return platform::fileExists(backup) ? "; the previous file is " + backup : std::string();
 }
 
 // Grok reads hooks from several places: an entry of ours elsewhere runs too.
@@ -93,28 +89,14 @@ void warnAboutOtherEntries(Agent agent, const Options& options, const std::strin
 }  // namespace
 
 std::string defaultHookPath() {
-    std::string self;
-#if defined(__APPLE__)
-    char buffer[PATH_MAX];
-    std::uint32_t size = sizeof buffer;
-    if (_NSGetExecutablePath(buffer, &size) == 0) self = buffer;
-#else
-    char buffer[PATH_MAX];
-    const ssize_t length = ::readlink("/proc/self/exe", buffer, sizeof buffer);
-    if (length > 0 && static_cast<std::size_t>(length) < sizeof buffer) self.assign(buffer, static_cast<std::size_t>(length));
-#endif
+    const std::string self = platform::runningExecutablePath();
     const std::size_t slash = self.rfind('/');
     if (slash == std::string::npos) return {};
     return self.substr(0, slash + 1) + "agent-hook";
 }
 
-bool isExecutableFile(const std::string& path) {
-    struct stat info;
-    return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) && ::access(path.c_str(), X_OK) == 0;
-}
-
 int runInstall(const Options& options, const std::string& hookPath) {
-    if (!isExecutableFile(hookPath)) {
+    if (!platform::isExecutableFile(hookPath)) {
         printError("warning: " + hookPath + " is not an executable file; registering it all the same");
     }
     return forEachAgent(

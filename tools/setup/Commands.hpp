@@ -12,9 +12,6 @@ namespace AgentHook::Setup {
 // agent-hook in the directory of the running program; "" when that is unknown.
 std::string defaultHookPath();
 
-// Whether `path` is a regular file this user may execute.
-bool isExecutableFile(const std::string& path);
-
 int runInstall(const Options& options, const std::string& hookPath);
 int runUninstall(const Options& options, const std::string& hookPath);
 

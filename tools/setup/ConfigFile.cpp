@@ -11,12 +11,6 @@ namespace {
 // A stuck holder of the lock gets this many of the lock's own two-second waits.
 constexpr int kLockAttempts = 15;
 
-std::string directoryOf(const std::string& path) {
-    const std::size_t slash = path.rfind('/');
-    if (slash == std::string::npos) return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
 bool isBlank(const std::string& bytes) { return bytes.find_first_not_of(" \t\r\n") == std::string::npos; }
 
 // The document of `bytes` read from `path` (blank is an empty object).
@@ -91,20 +85,15 @@ Planned plan(const EditRequest& request, const Snapshot& old, const TextChange& 
 
 }  // namespace
 
-std::string followLinks(const std::string& path) {
-    std::string resolved = path;
-    for (int hops = 0; hops < 40; ++hops) {
-        const std::optional<std::string> target = platform::linkTarget(resolved);
-        if (!target) break;
-        resolved = !target->empty() && target->front() == '/' ? *target
-                                                                : resolved.substr(0, resolved.rfind('/') + 1) + *target;
-    }
-    return resolved;
+std::string directoryOf(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
 }
 
 EditResult editConfiguration(const EditRequest& request, const TextChange& change) {
     EditResult result;
-    const std::string target = followLinks(request.path);
+    const std::string target = platform::followLinks(request.path);
     const std::string directory = directoryOf(target);
     const bool directoryExists = platform::fileExists(directory);
     if (!request.dryRun && !directoryExists) {
@@ -154,7 +143,7 @@ EditResult editConfiguration(const EditRequest& request, const TextChange& chang
 
 ReadResult readConfiguration(const std::string& path) {
     ReadResult result;
-    std::optional<Snapshot> old = snapshot(followLinks(path), result.error);
+    std::optional<Snapshot> old = snapshot(platform::followLinks(path), result.error);
     if (!old) return result;
     result.exists = old->exists;
     result.document = parseDocument(path, old->bytes, result.error);

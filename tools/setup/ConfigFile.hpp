@@ -52,7 +52,7 @@ struct ReadResult {
 };
 ReadResult readConfiguration(const std::string& path);
 
-// Where a path really leads, every symbolic link followed.
-std::string followLinks(const std::string& path);
+// The directory part of a path ("." when it has none).
+std::string directoryOf(const std::string& path);
 
 }  // namespace AgentHook::Setup

@@ -26,6 +26,21 @@ const std::vector<EventRegistration> kGrokEvents = {
     {"SessionEnd", nullptr},
 };
 
+struct AgentFacts {
+    const char* name;
+    const char* title;
+    const std::vector<EventRegistration>& events;
+};
+
+// In the order of the Agent enumeration.
+const AgentFacts kAgentFacts[] = {
+    {"claude", "Claude Code", kClaudeEvents},
+    {"codex", "Codex CLI", kCodexEvents},
+    {"grok", "Grok CLI", kGrokEvents},
+};
+
+const AgentFacts& factsOf(Agent agent) { return kAgentFacts[static_cast<std::size_t>(agent)]; }
+
 std::string homeOr(const char* variable, const char* fallback) {
     if (std::optional<std::string> value = platform::environmentValue(variable); value && !value->empty()) {
         return *value;
@@ -66,32 +81,11 @@ std::optional<Agent> agentNamed(std::string_view name) {
     return std::nullopt;
 }
 
-const char* agentName(Agent agent) {
-    switch (agent) {
-        case Agent::claude: return "claude";
-        case Agent::codex: return "codex";
-        case Agent::grok: return "grok";
-    }
-    return "";
-}
+const char* agentName(Agent agent) { return factsOf(agent).name; }
 
-const char* agentTitle(Agent agent) {
-    switch (agent) {
-        case Agent::claude: return "Claude Code";
-        case Agent::codex: return "Codex CLI";
-        case Agent::grok: return "Grok CLI";
-    }
-    return "";
-}
+const char* agentTitle(Agent agent) { return factsOf(agent).title; }
 
-const std::vector<EventRegistration>& registeredEvents(Agent agent) {
-    switch (agent) {
-        case Agent::claude: return kClaudeEvents;
-        case Agent::codex: return kCodexEvents;
-        case Agent::grok: return kGrokEvents;
-    }
-    return kClaudeEvents;
-}
+const std::vector<EventRegistration>& registeredEvents(Agent agent) { return factsOf(agent).events; }
 
 std::string configurationPath(Agent agent, const std::optional<std::string>& project) {
     switch (agent) {

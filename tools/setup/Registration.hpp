@@ -14,10 +14,11 @@
 #include <vector>
 
 #include "OrderedJson.hpp"
+#include "bridge/AgentInboxPayload.hpp"
 
 namespace AgentHook::Setup {
 
-enum class Agent { claude, codex, grok };
+// The agents are the hook's own (bridge/AgentInboxPayload.hpp): AgentHook::Agent.
 
 inline constexpr int kHookTimeoutSeconds = 1860;
 

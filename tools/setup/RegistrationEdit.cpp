@@ -49,25 +49,26 @@ std::optional<std::size_t> ownGroup(std::string_view text, const JsonSpan& list,
     return std::nullopt;
 }
 
+// `text` replaced by an edit's result; false when the edit could not write a value.
+bool applied(std::string& text, std::optional<std::string> changed) {
+    if (!changed) return false;
+    text = std::move(*changed);
+    return true;
+}
+
 // Where an event's own group goes: in place of the first group of ours only,
 // after the first group that shares a hook of ours with the user's, or last.
-std::optional<std::string> placeGroup(std::string& text, const JsonSpan& list, const OrderedJson& group,
-                                      const std::string& hookPath) {
+// False when the group cannot be written.
+bool placeGroup(std::string& text, const JsonSpan& list, const OrderedJson& group, const std::string& hookPath) {
     if (const std::optional<std::size_t> own = ownGroup(text, list, hookPath)) {
-        if (valueAt(text, list.children[*own]) == group) return std::nullopt;
-        std::optional<std::string> changed = replaceValue(text, list.children[*own], group);
-        if (!changed) return "the hook's path is not valid UTF-8";
-        text = std::move(*changed);
-        return std::nullopt;
+        if (valueAt(text, list.children[*own]) == group) return true;
+        return applied(text, replaceValue(text, list.children[*own], group));
     }
     std::size_t at = list.size();
     for (std::size_t i = 0; i < list.size() && at == list.size(); ++i) {
         if (!groupHooks(text, list.children[i], hookPath).own.empty()) at = i + 1;
     }
-    std::optional<std::string> changed = insertChild(text, list, at, std::nullopt, group);
-    if (!changed) return "the hook's path is not valid UTF-8";
-    text = std::move(*changed);
-    return std::nullopt;
+    return applied(text, insertChild(text, list, at, std::nullopt, group));
 }
 
 // Removes one agent-hook entry that is not in a kept group (`keep` gives, per
@@ -128,46 +129,48 @@ OrderedJson withoutEmptyHooks(OrderedJson document) {
     return document;
 }
 
-}  // namespace
-
-std::optional<std::string> addRegistration(std::string& text, Agent agent, const std::string& hookPath) {
+// What keeps the document from being edited: not JSON, no room for hooks, or
+// a member named twice where the edit works.
+std::optional<std::string> editProblem(const std::string& text) {
     const std::optional<OrderedJson> document = parseOrderedJson(text).value;
     if (!document) return "the document is not valid JSON";
     if (std::optional<std::string> problem = shapeProblem(*document)) return problem;
-    if (std::optional<std::string> problem = repeatedMember(text)) return problem;
-    const auto hooks = document->find("hooks");
-    for (const EventRegistration& registration : registeredEvents(agent)) {
-        if (hooks == document->end()) break;
-        const auto list = hooks->find(registration.event);
-        if (list != hooks->end() && !list->is_array()) {
-            return std::string("its \"hooks\" member's \"") + registration.event + "\" is not a list";
-        }
-    }
+    return repeatedMember(text);
+}
 
+constexpr const char* kUnwritablePath = "the hook's path is not valid UTF-8";
+
+}  // namespace
+
+std::optional<std::string> addRegistration(std::string& text, Agent agent, const std::string& hookPath) {
+    if (std::optional<std::string> problem = editProblem(text)) return problem;
     std::vector<std::pair<std::string, OrderedJson>> groups;
     for (const EventRegistration& registration : registeredEvents(agent)) {
         groups.emplace_back(registration.event, groupFor(registration, agent, hookPath));
     }
+
+    const JsonSpan root = scanJson(text);
+    const std::optional<std::size_t> hooksAt = root.find("hooks");
+    if (!hooksAt) {
+        // Nothing of ours can be there yet: one new member holds it all.
+        OrderedJson all = OrderedJson::object();
+        for (const auto& [event, group] : groups) all[event] = OrderedJson::array({group});
+        if (!applied(text, insertChild(text, root, root.size(), "hooks", all))) return kUnwritablePath;
+        return std::nullopt;
+    }
     for (const auto& [event, group] : groups) {
-        const JsonSpan root = scanJson(text);
-        const std::optional<std::size_t> hooksAt = root.find("hooks");
-        std::optional<std::string> changed;
-        if (!hooksAt) {
-            OrderedJson all = OrderedJson::object();
-            for (const auto& [name, value] : groups) all[name] = OrderedJson::array({value});
-            changed = insertChild(text, root, root.size(), "hooks", all);
-        } else if (const std::optional<std::size_t> list = root.children[*hooksAt].find(event)) {
-            if (std::optional<std::string> problem = placeGroup(text, root.children[*hooksAt].children[*list], group, hookPath)) {
-                return problem;
-            }
-            continue;
-        } else {
-            changed = insertChild(text, root.children[*hooksAt], root.children[*hooksAt].size(), event,
-                                  OrderedJson::array({group}));
+        const std::optional<std::size_t> list = root.children[*hooksAt].find(event);
+        if (list && root.children[*hooksAt].children[*list].kind != JsonSpan::Kind::array) {
+            return "its \"hooks\" member's \"" + event + "\" is not a list";
         }
-        if (!changed) return "the hook's path is not valid UTF-8";
-        text = std::move(*changed);
-        if (!hooksAt) break;
+    }
+    for (const auto& [event, group] : groups) {
+        const JsonSpan now = scanJson(text);
+        const JsonSpan& hooks = now.children[*hooksAt];
+        const std::optional<std::size_t> list = hooks.find(event);
+        const bool placed = list ? placeGroup(text, hooks.children[*list], group, hookPath)
+                                 : applied(text, insertChild(text, hooks, hooks.size(), event, OrderedJson::array({group})));
+        if (!placed) return kUnwritablePath;
     }
     const auto keep = [&](const std::string& event, const JsonSpan& list) -> std::optional<std::size_t> {
         for (const auto& [name, group] : groups) {
@@ -181,10 +184,7 @@ std::optional<std::string> addRegistration(std::string& text, Agent agent, const
 }
 
 std::optional<std::string> removeRegistration(std::string& text, const std::string& hookPath) {
-    const std::optional<OrderedJson> document = parseOrderedJson(text).value;
-    if (!document) return "the document is not valid JSON";
-    if (std::optional<std::string> problem = shapeProblem(*document)) return problem;
-    if (std::optional<std::string> problem = repeatedMember(text)) return problem;
+    if (std::optional<std::string> problem = editProblem(text)) return problem;
     const auto keepNothing = [](const std::string&, const JsonSpan&) { return std::optional<std::size_t>(); };
     while (removeOneEntry(text, hookPath, keepNothing)) {
     }

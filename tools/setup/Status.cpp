@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "Commands.hpp"
 #include "ConfigFile.hpp"
 #include "GrokToml.hpp"
 #include "bridge/Inbox.hpp"
@@ -33,7 +32,7 @@ std::vector<std::string> problemsOf(const FoundEntry& entry, Agent agent) {
         problems.push_back(quoted(program) + " is not an absolute path: the agent's PATH may not find it");
     } else if (!platform::fileExists(program)) {
         problems.push_back(program + " does not exist");
-    } else if (!isExecutableFile(program)) {
+    } else if (!platform::isExecutableFile(program)) {
         problems.push_back(program + " is not an executable file");
     }
     if (!entry.command.ends_with(std::string(" ") + agentName(agent))) {
@@ -57,8 +56,6 @@ std::string placeOf(const FoundEntry& entry) {
     if (entry.file.empty()) return {};
     return " (in " + entry.file + (entry.line ? ":" + std::to_string(entry.line) : std::string()) + ")";
 }
-
-std::string directoryOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
 
 // Grok also runs the hooks of every other JSON file in its hooks folder, of
 // config.toml, and of Claude Code's settings.

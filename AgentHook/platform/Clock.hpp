@@ -17,6 +17,8 @@ double steadySeconds();
 
 // The current time as "2026-11-16T20:06:55Z" (UTC, whole seconds).
 std::string isoTimestampUtc();
+// The same for a given time (seconds since 1970-01-01 00:00 UTC, years 0 to 9999).
+std::string isoTimestampUtc(std::int64_t unixSeconds);
 
 // Blocks the thread; an interrupting signal ends the sleep early.
 void sleepSeconds(double seconds);

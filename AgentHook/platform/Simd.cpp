@@ -8,6 +8,11 @@
 #if defined(__x86_64__)
 #include <immintrin.h>
 #define AGENT_HOOK_AVX2_SCANS 1
+#if defined(__GLIBC__)
+#include <sys/platform/x86.h>
+#else
+#include <cpuid.h>
+#endif
 #endif
 
 namespace AgentHook::platform {
@@ -110,9 +115,25 @@ std::size_t findEitherPatternPortable(std::string_view text, std::size_t from, c
 // to reading the file.
 
 #if AGENT_HOOK_AVX2_SCANS
+// Asked only when a scan runs. Not __builtin_cpu_supports: it links in a
+// constructor that runs CPUID many times at every start of the program, and
+// each CPUID traps to the hypervisor in a virtual machine.
 bool hasAvx2() {
-    static const bool avx2 = __builtin_cpu_supports("avx2");
+#if defined(__GLIBC__)
+    // glibc read the processor's features before main; asking costs no CPUID.
+    return CPU_FEATURE_ACTIVE(AVX2);
+#else
+    static const bool avx2 = [] {
+        unsigned a = 0, b = 0, c = 0, d = 0;
+        // The processor has it, and the system saves the YMM registers (XCR0 bits 1 and 2).
+        if (__get_cpuid(1, &a, &b, &c, &d) == 0 || (c & bit_OSXSAVE) == 0) return false;
+        unsigned low = 0, high = 0;
+        __asm__("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
+        if ((low & 0x6) != 0x6) return false;
+        return __get_cpuid_count(7, 0, &a, &b, &c, &d) != 0 && (b & bit_AVX2) != 0;
+    }();
     return avx2;
+#endif
 }
 
 // By table lookups on the high and low halves of a byte and of the one before

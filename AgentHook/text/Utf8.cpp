@@ -81,6 +81,17 @@ std::size_t walkClusters(std::string_view text, std::size_t limit, std::size_t& 
     long previous = -1;
     while (index < text.size()) {
         const std::size_t start = index;
+        // ASCII after ASCII always starts a new character, but for CR LF;
+        // most text is ASCII, and this spares the Unicode tables.
+        const auto byte = static_cast<unsigned char>(text[index]);
+        if (byte < 0x80 && previous >= 0 && previous < 0x80 && !(previous == '\r' && byte == '\n')) {
+            if (clusters == limit) return start;
+            ++clusters;
+            previous = byte;
+            state = 0;
+            ++index;
+            continue;
+        }
         const long current = decodeCodePoint(text, index);
         if (previous < 0 || current < 0 ||
             utf8proc_grapheme_break_stateful(static_cast<utf8proc_int32_t>(previous),

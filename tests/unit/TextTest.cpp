@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <ctime>
+
+#include "platform/Clock.hpp"
 #include "text/Json.hpp"
 #include "text/Utf8.hpp"
 #include "text/Utf8Stream.hpp"
@@ -63,6 +66,7 @@ TEST(Utf8, CountsAndCutsUserPerceivedCharacters) {
         {"abc", 3, 2},
         {"e\xCC\x81x", 2, 4},                                      // e + combining acute, x
         {"\r\nz", 2, 3},                                           // CR LF is one character
+        {"xe\xCC\x81\r\n", 3, 4},                                 // ASCII before a combining mark and CR LF
         {"\xF0\x9F\x87\xAB\xF0\x9F\x87\xB7!", 2, 9},               // flag of France, !
         {"\xF0\x9F\x91\xA9\xE2\x80\x8D\xF0\x9F\x92\xBB.", 2, 12},  // woman technologist (ZWJ), .
     };
@@ -127,5 +131,20 @@ TEST(JsonReader, RejectsWhatIsNotJson) {
     for (const std::string& trailing : {std::string("{}\0garbage", 10), std::string("{}\0", 3), std::string("{\"a\0\":1}", 9)}) {
         EXPECT_FALSE(parseJson(trailing).has_value());
         EXPECT_FALSE(parseJsonKeepingNumbers(trailing).has_value());
+    }
+}
+
+// The log's time stamp is computed without the C library's calendar: it must
+// agree with gmtime at every kind of boundary (leap days, centuries, 2000).
+TEST(Clock, TimeStampsAgreeWithTheCLibrary) {
+    std::vector<std::int64_t> moments = {0, 59, 86399, 86400, 951782400, 951868799, 4107542400, 253402300799};
+    for (std::int64_t t = -86400LL * 365 * 30; t < 86400LL * 365 * 300; t += 86400LL * 7 + 3601) moments.push_back(t);
+    for (const std::int64_t moment : moments) {
+        const std::time_t time = static_cast<std::time_t>(moment);
+        std::tm parts{};
+        ASSERT_NE(::gmtime_r(&time, &parts), nullptr);
+        char expected[32];
+        std::strftime(expected, sizeof expected, "%Y-%m-%dT%H:%M:%SZ", &parts);
+        ASSERT_EQ(AgentHook::platform::isoTimestampUtc(moment), expected) << moment;
     }
 }

@@ -25,6 +25,12 @@ bool isCodePointStart(std::string_view text, std::size_t i) {
     return i >= text.size() || (byteAt(text, i) & 0xC0) != 0x80;
 }
 
+std::size_t codePointEnd(std::string_view text, std::size_t i) {
+    do ++i;
+    while (!isCodePointStart(text, i));
+    return i;
+}
+
 // Length of the line terminator at text[i], 0 when there is none: the
 // characters a regular expression's "." refuses (LF, VT, FF, CR, NEL, LINE
 // SEPARATOR, PARAGRAPH SEPARATOR).
@@ -78,7 +84,7 @@ std::size_t endBeforeFinalTerminator(std::string_view text) {
 
 enum class Kind {
     literal,        // its bytes
-    anyCharacter,   // "?": one user-perceived character, not a line terminator
+    anyCharacter,   // "?": one code point (what a regular expression's "." takes), not a line terminator
     star,           // "*": [^/]*
     doubleStar,     // "**": .*, so no line terminator
 };
@@ -260,7 +266,7 @@ private:
         if (hasAny_) {
             const Bits<W> any = state & anyCharacters_;
             if (any.any() && isCodePointStart(text_, p) && !terminatorAt(text_, p)) {
-                const std::size_t end = clusterEnd(text_, p);
+                const std::size_t end = codePointEnd(text_, p);
                 if (end == p + 1) {
                     next |= any.next();
                 } else {
@@ -361,12 +367,12 @@ bool runAutomaton(const std::vector<Token>& tokens, std::string_view text) {
 }
 
 std::optional<std::string> urlHost(std::string_view text) {
-    // An absolute URL only: a relative reference ("//host/path") has no
-    // scheme and counts as no URL, which is the cautious reading for a rule
-    // that lets a request through. The host is percent-decoded, as URL.host
-    // reports it on Apple's platforms ("ex%61mple.com" is "example.com"), and
-    // an IPv6 literal comes without its brackets. An empty host is no host.
-    const auto url = boost::urls::parse_uri(text);
+    // A URI reference, as Apple's URL reads a string: "//example.com/x" has
+    // a host without a scheme, while "example.com/x" is only a path. The host
+    // is percent-decoded, as URL.host reports it ("ex%61mple.com" is
+    // "example.com"), and an IPv6 literal comes without its brackets. An
+    // empty host is no host.
+    const auto url = boost::urls::parse_uri_reference(text);
     if (!url || !url->has_authority()) return std::nullopt;
     std::string host = url->host_address();
     if (host.empty()) return std::nullopt;

@@ -4,14 +4,15 @@
 //
 // A rule is matched by its form:
 //   "*"              every target, even an empty one;
-//   "domain:HOST"    a URL target (RFC 3986, scheme required) whose host is
-//                    exactly HOST, letter case counting, no subdomains;
+//   "domain:HOST"    a target read as an RFC 3986 URI reference whose host
+//                    is exactly HOST ("//HOST/x" has one, "HOST/x" does not),
+//                    letter case counting, no subdomains;
 //   "//PATTERN"      the glob "/PATTERN" over the whole target;
 //   anything else    a literal prefix of the target.
 //
 // Globs behave like the anchored regular expression they stand for (ICU
 // semantics, no options): "**" is ".*" (a "/" right after it is absorbed),
-// "*" is "[^/]*", "?" is "." taken as one user-perceived character, and
+// "*" is "[^/]*", "?" is "." (one code point, as the expression sees it), and
 // everything else is literal, compared byte for byte. So "**" and "?" never
 // cross a line terminator while "*" does, and the target may carry one final
 // line terminator that the pattern does not mention. The pattern is read by

@@ -162,6 +162,11 @@ hooks = [ { type = "command", command = '@HOOK@ grok', timeout = 1860 } ]
     EXPECT_EQ(entries[5]["event"], "PreToolUse");
     EXPECT_EQ(entries[5]["matcher"], "*");
     EXPECT_EQ(entries[5]["problems"][0], "a second entry for PreToolUse: the agent runs agent-hook twice");
+    // A "*" matcher still works, but Grok reads matchers as tool names.
+    EXPECT_EQ(entries[5]["problems"].size(), 1u) << entries[5];
+    EXPECT_EQ(report["agents"][0]["notes"][1],
+              "PreToolUse: matcher \"*\" is not recommended; without a matcher the entry runs for every tool (in " +
+                  home.home + "/.grok/config.toml:12)");
     EXPECT_NE(report["agents"][0]["notes"][0].get<std::string>().find("Grok also runs the agent-hook entries of " +
                                                                        home.home + "/.claude/settings.json"),
               std::string::npos);

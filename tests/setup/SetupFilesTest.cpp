@@ -269,7 +269,7 @@ INSTANTIATE_TEST_SUITE_P(
                                   "codex"),
                  std::nullopt},
         FileCase{"GrokAbsent", "grok", std::nullopt,
-                 registrationOnly({{"Stop", nullptr}, {"UserPromptSubmit", nullptr}, {"PreToolUse", "*"},
+                 registrationOnly({{"Stop", nullptr}, {"UserPromptSubmit", nullptr}, {"PreToolUse", nullptr},
                                    {"SessionEnd", nullptr}},
                                   "grok"),
                  std::nullopt},

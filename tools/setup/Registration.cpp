@@ -19,10 +19,12 @@ const std::vector<EventRegistration> kCodexEvents = {
     {"UserPromptSubmit", nullptr},
     {"PermissionRequest", nullptr},
 };
+// Grok's PreToolUse without a matcher: Grok defines no wildcard and reads a
+// matcher as tool names, while an entry without one runs for every tool.
 const std::vector<EventRegistration> kGrokEvents = {
     {"Stop", nullptr},
     {"UserPromptSubmit", nullptr},
-    {"PreToolUse", "*"},
+    {"PreToolUse", nullptr},
     {"SessionEnd", nullptr},
 };
 

@@ -48,6 +48,18 @@ std::vector<std::string> problemsOf(const FoundEntry& entry, Agent agent) {
     return problems;
 }
 
+// Accepted, but worth changing: a "*" matcher where none is recommended
+// works only where the agent reads "*" as every tool.
+std::optional<std::string> noteOf(const FoundEntry& entry, Agent agent) {
+    if (entry.matcher != "*") return std::nullopt;
+    for (const EventRegistration& registration : registeredEvents(agent)) {
+        if (entry.event == registration.event && registration.matcher == nullptr) {
+            return entry.event + ": matcher \"*\" is not recommended; without a matcher the entry runs for every tool";
+        }
+    }
+    return std::nullopt;
+}
+
 std::string entryLabel(const FoundEntry& entry) {
     return entry.matcher ? entry.event + " [" + *entry.matcher + "]" : entry.event;
 }
@@ -102,6 +114,7 @@ void addGrokPlaces(AgentStatus& status, const std::optional<std::string>& projec
         }
     }
     for (FoundEntry& entry : found) {
+        if (const std::optional<std::string> note = noteOf(entry, Agent::grok)) status.notes.push_back(*note + placeOf(entry));
         std::vector<std::string> problems = problemsOf(entry, Agent::grok);
         if (entry.file == claude) problems.push_back("Claude Code runs it too, with its own events");
         status.entries.push_back({std::move(entry), std::move(problems)});
@@ -216,6 +229,7 @@ AgentStatus agentStatus(Agent agent, const std::optional<std::string>& project, 
         return status;
     }
     for (FoundEntry& entry : findRegistration(*read.document, hookPath)) {
+        if (const std::optional<std::string> note = noteOf(entry, agent)) status.notes.push_back(*note);
         std::vector<std::string> problems = problemsOf(entry, agent);
         status.entries.push_back({std::move(entry), std::move(problems)});
     }

@@ -25,13 +25,14 @@ bool writeInboxPayload(const AgentInboxPayload& payload) {
         log("Failed to create inbox directory: " + error);
         return false;
     }
-    // The temporary is "<name>.json.tmp" + a random suffix: the app reads only
-    // names ending in ".json", so it never sees a partial payload.
+    // The temporary is exactly "<UUID>.json.tmp", the name the app knows to
+    // skip, so it never reads a partial payload.
     const std::string name = directory + "/" + platform::randomUuid();
     const std::optional<std::string> bytes = encodeInboxPayload(payload);
     if (!bytes) {
         error = "the payload holds text that is not valid UTF-8";
-    } else if (platform::writeFileAtomically(name + ".json", *bytes, &error)) {
+    } else if (platform::writeFileAtomically(name + ".json", *bytes, &error, platform::AtomicFile::Mode::privateToUser,
+                                             platform::AtomicFile::Temporary::pathDotTmp)) {
         return true;
     }
     log("Failed to write inbox payload: " + error);

@@ -55,7 +55,9 @@ WaitResult sendToVoxtrelAndWait(const VoxtrelRequest& request, const PollEnviron
     const std::string fileKey = request.fileKey.value_or(std::to_string(pid));
     const RequestFiles files = requestFiles(directory, request.sessionId, fileKey);
 
-    platform::writeFileAtomically(files.messageFile, request.fullMessage);
+    if (std::string error; !platform::writeFileAtomically(files.messageFile, request.fullMessage, &error)) {
+        logTo(directory, "Failed to write message file: " + error);
+    }
     // A stale answer to an earlier request with the same key must never be taken.
     platform::removeFile(files.responseFile);
 

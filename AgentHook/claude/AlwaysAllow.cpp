@@ -59,11 +59,17 @@ void writeAlwaysAllowFlag(const std::string& sessionId, const std::string& toolN
         if (i > 0) added.push_back('\n');
         added += rules[i];
     }
+    std::string error;
+    bool written = false;
     {
         const platform::DirectoryLock lock{std::string(kScratchDirectory)};
         std::optional<std::string> old = platform::readFile(path);
         if (old && !text::isValidUtf8(*old)) old.reset();
-        platform::writeFileAtomically(path, mergedAutoAcceptText(old, added));
+        written = platform::writeFileAtomically(path, mergedAutoAcceptText(old, added), &error);
+    }
+    if (!written) {
+        log("Always-allow: failed to write rules to " + path + ": " + error);
+        return;
     }
     log("Always-allow: wrote rules to " + path + ": " + describeList(rules));
 }

@@ -11,15 +11,20 @@
 
 namespace AgentHook::platform {
 
-AtomicFile::AtomicFile(std::string path, Mode mode) : path_(std::move(path)), mode_(mode) {
-    std::string pattern = path_ + ".tmpXXXXXX";
-    fd_ = ::mkstemp(pattern.data());
+AtomicFile::AtomicFile(std::string path, Mode mode, Temporary temporary) : path_(std::move(path)), mode_(mode) {
+    std::string name = path_ + ".tmp";
+    if (temporary == Temporary::pathDotTmp) {
+        fd_ = ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    } else {
+        name += "XXXXXX";
+        fd_ = ::mkstemp(name.data());
+        if (fd_ >= 0) ::fcntl(fd_, F_SETFD, FD_CLOEXEC);
+    }
     if (fd_ < 0) {
         fail("cannot create a temporary file beside " + path_);
         return;
     }
-    temporary_ = std::move(pattern);
-    ::fcntl(fd_, F_SETFD, FD_CLOEXEC);
+    temporary_ = std::move(name);
     if (mode_ == Mode::keepTarget) {
         struct stat target;
         mode_t permissions;
@@ -64,8 +69,9 @@ bool AtomicFile::commit() {
     return true;
 }
 
-bool writeFileAtomically(const std::string& path, std::string_view bytes, std::string* error, AtomicFile::Mode mode) {
-    AtomicFile file(path, mode);
+bool writeFileAtomically(const std::string& path, std::string_view bytes, std::string* error, AtomicFile::Mode mode,
+                         AtomicFile::Temporary temporary) {
+    AtomicFile file(path, mode, temporary);
     if (file.write(bytes) && file.commit()) return true;
     if (error) *error = file.error();
     return false;

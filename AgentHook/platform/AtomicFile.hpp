@@ -3,6 +3,10 @@
 // following a link), and an explicit commit renames it over the target. A
 // temporary that is not committed is removed when the object goes away, so
 // every failure path leaves the target as it was.
+//
+// One exception of name: a reader that skips "<name>.tmp" (the app's inbox)
+// gets exactly that temporary, created exclusively and never through a link;
+// the target's name must then be unpredictable itself (a random UUID).
 #pragma once
 
 #include <string>
@@ -17,7 +21,13 @@ public:
         keepTarget,     // the target's mode, or 0666 less the umask for a new file: the user's own files
     };
 
-    explicit AtomicFile(std::string path, Mode mode = Mode::privateToUser);
+    enum class Temporary {
+        unpredictable,  // path + ".tmp" + a random suffix (mkstemp)
+        pathDotTmp,     // exactly path + ".tmp", O_CREAT|O_EXCL|O_NOFOLLOW
+    };
+
+    explicit AtomicFile(std::string path, Mode mode = Mode::privateToUser,
+                        Temporary temporary = Temporary::unpredictable);
     AtomicFile(const AtomicFile&) = delete;
     AtomicFile& operator=(const AtomicFile&) = delete;
     ~AtomicFile();
@@ -42,7 +52,8 @@ private:
 
 // Replaces `path` with `bytes` through an AtomicFile; `error` receives the
 // system's description on failure.
-bool writeFileAtomically(const std::string& path, std::string_view bytes, std::string* error = nullptr,
-                         AtomicFile::Mode mode = AtomicFile::Mode::privateToUser);
+[[nodiscard]] bool writeFileAtomically(const std::string& path, std::string_view bytes, std::string* error = nullptr,
+                                       AtomicFile::Mode mode = AtomicFile::Mode::privateToUser,
+                                       AtomicFile::Temporary temporary = AtomicFile::Temporary::unpredictable);
 
 }  // namespace AgentHook::platform

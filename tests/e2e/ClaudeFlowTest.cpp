@@ -1,5 +1,7 @@
 // `agent-hook claude` end to end, with an in-test watcher playing the app.
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
+#include <unistd.h>
 
 #include "bridge/AgentInboxPayload.hpp"
 #include "support/TestSupport.hpp"
@@ -126,4 +128,32 @@ TEST_F(ClaudeFlow, TypingIntoTheAgentWithdrawsTheRequest) {
         EXPECT_EQ(payloadsIn(inboxOf(environment)), std::vector<std::string>{dismissPayload(session_)});
         EXPECT_EQ(xdgOpenCalls(environment), calls);
     }
+}
+
+// An app that skips names ending in ".json.tmp" must never see a payload
+// before it is whole: the only names that appear are "<UUID>.json.tmp",
+// created, then "<UUID>.json", moved in.
+TEST_F(ClaudeFlow, APayloadAppearsOnlyUnderItsTemporaryAndFinalNames) {
+    const std::string inbox = inboxOf(environment_);
+    makeDirectories(inbox);
+    const int events = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    ASSERT_GE(events, 0);
+    ASSERT_GE(::inotify_add_watch(events, inbox.c_str(), IN_CREATE | IN_MOVED_TO), 0);
+    EXPECT_EQ(runHook({"claude"}, event("UserPromptSubmit"), environment_).status, 0);
+    std::vector<std::pair<std::uint32_t, std::string>> seen;
+    alignas(inotify_event) char buffer[4096];
+    for (ssize_t length; (length = ::read(events, buffer, sizeof buffer)) > 0;) {
+        for (ssize_t at = 0; at < length;) {
+            const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
+            seen.emplace_back(event->mask & (IN_CREATE | IN_MOVED_TO), event->name);
+            at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+        }
+    }
+    ::close(events);
+    ASSERT_EQ(seen.size(), 2u);
+    const std::string final = seen[1].second;
+    ASSERT_EQ(final.size(), 36u + 5u) << final;
+    EXPECT_TRUE(final.ends_with(".json"));
+    EXPECT_EQ(seen[0], std::make_pair(std::uint32_t{IN_CREATE}, final + ".tmp"));
+    EXPECT_EQ(seen[1].first, std::uint32_t{IN_MOVED_TO});
 }

@@ -1,0 +1,108 @@
+// The one way files are replaced: whatever fails, the target keeps its old
+// bytes and no temporary is left beside it.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <dirent.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/AtomicFile.hpp"
+#include "support/TestSupport.hpp"
+
+using AgentHook::platform::AtomicFile;
+using namespace testsupport;
+
+namespace {
+
+std::vector<std::string> namesIn(const std::string& directory) {
+    std::vector<std::string> names;
+    DIR* listing = ::opendir(directory.c_str());
+    while (const dirent* entry = listing ? ::readdir(listing) : nullptr) {
+        if (std::string(entry->d_name) != "." && std::string(entry->d_name) != "..") names.push_back(entry->d_name);
+    }
+    if (listing) ::closedir(listing);
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+mode_t modeOf(const std::string& path) {
+    struct stat status{};
+    ::stat(path.c_str(), &status);
+    return status.st_mode & 07777;
+}
+
+// Files larger than `bytes` cannot be written while the object lives.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) {
+        ::getrlimit(RLIMIT_FSIZE, &saved_);
+        oldHandler_ = std::signal(SIGXFSZ, SIG_IGN);
+        rlimit limit = saved_;
+        limit.rlim_cur = bytes;
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() {
+        ::setrlimit(RLIMIT_FSIZE, &saved_);
+        std::signal(SIGXFSZ, oldHandler_);
+    }
+
+private:
+    rlimit saved_{};
+    void (*oldHandler_)(int) = nullptr;
+};
+
+}  // namespace
+
+TEST(AtomicFile, ReplacesTheTargetKeepingItsModeOrMakingItPrivate) {
+    TempDir dir;
+    const std::string target = dir.file("settings.json");
+    writeText(target, "old");
+    ::chmod(target.c_str(), 0640);
+    ASSERT_TRUE(AgentHook::platform::writeFileAtomically(target, "new", nullptr, AtomicFile::Mode::keepTarget));
+    EXPECT_EQ(readText(target), "new");
+    EXPECT_EQ(modeOf(target), 0640u);
+    ASSERT_TRUE(AgentHook::platform::writeFileAtomically(target, "newer"));
+    EXPECT_EQ(modeOf(target), 0600u);
+    EXPECT_EQ(namesIn(dir.path()), std::vector<std::string>{"settings.json"});
+}
+
+TEST(AtomicFile, EveryFailureLeavesTheTargetAndNoTemporary) {
+    for (const AtomicFile::Temporary temporary : {AtomicFile::Temporary::unpredictable, AtomicFile::Temporary::pathDotTmp}) {
+        TempDir dir;
+        const std::string target = dir.file("x.json");
+        writeText(target, "old");
+        {
+            AtomicFile file(target, AtomicFile::Mode::privateToUser, temporary);
+            {
+                const FileSizeLimit limit(4);
+                EXPECT_FALSE(file.write("more than four bytes"));
+            }
+            EXPECT_FALSE(file.error().empty());
+            EXPECT_FALSE(file.write("x"));
+            EXPECT_FALSE(file.commit());  // nothing half-written is ever committed
+        }
+        {
+            // Dropped without a commit.
+            AtomicFile file(target, AtomicFile::Mode::privateToUser, temporary);
+            EXPECT_TRUE(file.write("abandoned"));
+        }
+        EXPECT_EQ(readText(target), "old");
+        EXPECT_EQ(namesIn(dir.path()), std::vector<std::string>{"x.json"});
+    }
+}
+
+TEST(AtomicFile, TheExactTemporaryNeverTakesOverAnExistingName) {
+    TempDir dir;
+    const std::string target = dir.file("id.json");
+    const std::string planted = dir.file("elsewhere");
+    writeText(planted, "someone's");
+    ASSERT_EQ(::symlink(planted.c_str(), (target + ".tmp").c_str()), 0);
+    std::string error;
+    EXPECT_FALSE(AgentHook::platform::writeFileAtomically(target, "payload", &error, AtomicFile::Mode::privateToUser,
+                                                          AtomicFile::Temporary::pathDotTmp));
+    EXPECT_NE(error.find("cannot create a temporary file"), std::string::npos) << error;
+    EXPECT_EQ(readText(planted), "someone's");
+    EXPECT_EQ(namesIn(dir.path()), (std::vector<std::string>{"elsewhere", "id.json.tmp"}));
+}

@@ -26,15 +26,20 @@ WaitResult askApp(AppRequest request) {
     return sendToVoxtrelAndWait(voxtrel, environment);
 }
 
-void relayFinishedTurn(Agent agent, const std::string& sessionId, const std::string& cwd, std::string finalMessage,
-                       const std::function<std::string()>& title, SessionWatch movedOn) {
+bool relayFinishedTurn(Agent agent, const std::string& sessionId, const std::string& cwd, std::string finalMessage,
+                       const std::function<std::string()>& title, SessionWatch movedOn,
+                       const std::function<bool()>& mayAsk) {
     log("Stop: finalMessage (" + std::to_string(text::characterCount(finalMessage)) +
         " chars): " + std::string(text::characterPrefix(finalMessage, 200)));
-    if (finalMessage.empty()) return;
+    if (finalMessage.empty()) return false;
+    if (mayAsk && !mayAsk()) return false;
     log("Stop: notifying voxtrel with final message");
     AppRequest request{agent, RequestStatus::completed, sessionId, cwd, "Task complete", std::move(finalMessage),
                        title ? title() : std::string(), "stop", std::move(movedOn)};
-    if (const std::optional<std::string> reply = answerOf(askApp(std::move(request)))) emitStopHookDecision(*reply);
+    const std::optional<std::string> reply = answerOf(askApp(std::move(request)));
+    if (!reply) return false;
+    emitStopHookDecision(*reply);
+    return true;
 }
 
 void logPermissionDismissed(const std::string& sessionId) {

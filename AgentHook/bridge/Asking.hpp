@@ -28,10 +28,12 @@ struct AppRequest {
 
 WaitResult askApp(AppRequest request);
 
-// Logs the final message; an empty one ends the turn without the app. `title`
-// is looked up only when the app is asked.
-void relayFinishedTurn(Agent agent, const std::string& sessionId, const std::string& cwd, std::string finalMessage,
-                       const std::function<std::string()>& title, SessionWatch movedOn = {});
+// Logs the final message; an empty one ends the turn without the app, and
+// so does `mayAsk` returning false (it logs why). `title` is looked up only
+// when the app is asked. True when a block decision went out.
+bool relayFinishedTurn(Agent agent, const std::string& sessionId, const std::string& cwd, std::string finalMessage,
+                       const std::function<std::string()>& title, SessionWatch movedOn = {},
+                       const std::function<bool()>& mayAsk = {});
 
 // The line every permission handler logs when the app gave no answer.
 void logPermissionDismissed(const std::string& sessionId);

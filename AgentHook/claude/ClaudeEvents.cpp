@@ -2,11 +2,13 @@
 
 #include "bridge/Asking.hpp"
 #include "claude/SessionTitle.hpp"
+#include "claude/StopBlocks.hpp"
 #include "claude/TranscriptFile.hpp"
 #include "claude/TranscriptWatch.hpp"
 #include "platform/Clock.hpp"
 #include "runtime/Decisions.hpp"
 #include "runtime/Logging.hpp"
+#include "runtime/Paths.hpp"
 #include "runtime/Run.hpp"
 
 namespace AgentHook::Claude {
@@ -42,8 +44,19 @@ int handleStopEvent(const HookInput& input) {
     if (finalMessage.empty() && input.transcriptPath) {
         finalMessage = extractLastAssistantMessage(*input.transcriptPath, {}, &pass).value_or(std::string());
     }
-    relayFinishedTurn(Agent::claude, input.sessionId, input.cwd, std::move(finalMessage),
-                      [&] { return sessionTitle(input, pass); }, transcriptWatch(input, Watch::queuedPrompt));
+    const std::string directory(kScratchDirectory);
+    const int blocks = stopBlocksInARow(directory, input.sessionId, input.stopHookActive.value_or(false));
+    const auto mayAsk = [&] {
+        if (blocks < kMostStopBlocksInARow) return true;
+        log("Stop: Claude Code ignores a block after " + std::to_string(kMostStopBlocksInARow) +
+            " in a row, stepping aside session=" + input.sessionId);
+        return false;
+    };
+    if (relayFinishedTurn(Agent::claude, input.sessionId, input.cwd, std::move(finalMessage),
+                          [&] { return sessionTitle(input, pass); }, transcriptWatch(input, Watch::queuedPrompt),
+                          mayAsk)) {
+        recordStopBlock(directory, input.sessionId, blocks + 1);
+    }
     return 0;
 }
 

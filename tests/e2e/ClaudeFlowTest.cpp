@@ -157,3 +157,33 @@ TEST_F(ClaudeFlow, APayloadAppearsOnlyUnderItsTemporaryAndFinalNames) {
     EXPECT_EQ(seen[0], std::make_pair(std::uint32_t{IN_CREATE}, final + ".tmp"));
     EXPECT_EQ(seen[1].first, std::uint32_t{IN_MOVED_TO});
 }
+
+// Claude Code ignores a ninth Stop block in a row: that Stop must not ask the
+// app for a reply that would be lost, and a new run of Stops asks again.
+TEST_F(ClaudeFlow, TheNinthStopInARowStepsAsideInsteadOfAsking) {
+    const std::string counter = kScratch + "/" + session_ + "-stop-blocks";
+    const auto stop = [&](bool active) {
+        return event("Stop", std::string(R"(,"last_assistant_message":"Done.","stop_hook_active":)") +
+                                 (active ? "true" : "false"));
+    };
+    EXPECT_EQ(answered(stop(false), "first").out, R"({"decision":"block","reason":"first"})");
+    EXPECT_EQ(readText(counter), "1");
+    writeText(counter, "7");  // six more spoken replies in between
+    EXPECT_EQ(answered(stop(true), "eighth").out, R"({"decision":"block","reason":"eighth"})");
+    EXPECT_EQ(readText(counter), "8");
+
+    const std::string inbox = inboxOf(environment_);
+    const std::size_t payloads = payloadsIn(inbox).size();
+    const Finished ninth = runHook({"claude"}, stop(true), environment_);
+    EXPECT_EQ(ninth.status, 0);
+    EXPECT_EQ(ninth.out, "");
+    EXPECT_EQ(payloadsIn(inbox).size(), payloads);
+    EXPECT_EQ(afterEventLine(ninth),
+              (std::vector<std::string>{"Stop: finalMessage (5 chars): Done.",
+                                        "Stop: Claude Code ignores a block after 8 in a row, stepping aside session=" +
+                                            session_}));
+
+    // The user types to go on: the next turn's Stop comes without the flag.
+    EXPECT_EQ(answered(stop(false), "again").out, R"({"decision":"block","reason":"again"})");
+    EXPECT_EQ(readText(counter), "1");
+}

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/Clock.hpp"
 #include "platform/Files.hpp"
 
 namespace AgentHook::Claude {
@@ -69,9 +70,15 @@ std::optional<std::string> movedOnByLine(TranscriptWatch& watch, std::string_vie
     const std::optional<Json> entry = text::parseJson(line);
     if (!entry || !entry->is_object()) return std::nullopt;
     if (!watch.call) {
-        if (text::stringMember(*entry, "type") == "queue-operation" &&
-            text::stringMember(*entry, "operation") == "enqueue") {
-            return "A prompt was typed into Claude Code";
+        if (text::stringMember(*entry, "type") != "queue-operation") return std::nullopt;
+        const std::optional<std::string> operation = text::stringMember(*entry, "operation");
+        if (operation == "enqueue") {
+            ++watch.queued;
+        } else if (operation == "popAll") {
+            watch.queued = 0;
+        } else if (operation == "dequeue" || operation == "popOne" || operation == "remove") {
+            // A prompt queued before the watch started may leave too: never below empty.
+            watch.queued = std::max(0, watch.queued - 1);
         }
         return std::nullopt;
     }
@@ -110,19 +117,31 @@ TranscriptWatch startTranscriptWatch(const std::string& path, std::optional<Pend
     return watch;
 }
 
-std::optional<std::string> sessionMovedOn(TranscriptWatch& watch) {
+std::optional<std::string> sessionMovedOn(TranscriptWatch& watch, double now) {
     const std::optional<std::string> appended = platform::readRange(watch.path, watch.offset, kReadPerLook);
-    if (!appended || appended->empty()) return std::nullopt;
-    watch.offset += appended->size();
-    watch.partial += *appended;
-    std::optional<std::string> reason;
-    const std::size_t consumed = forEachLine(watch.partial, [&](std::string_view line) {
-        reason = movedOnByLine(watch, line);
-        return reason.has_value();
-    });
-    watch.partial.erase(0, consumed);
-    if (watch.partial.size() > kLongestLine) watch.partial.clear();
-    return reason;
+    if (appended && !appended->empty()) {
+        watch.offset += appended->size();
+        watch.partial += *appended;
+        std::optional<std::string> reason;
+        const std::size_t consumed = forEachLine(watch.partial, [&](std::string_view line) {
+            reason = movedOnByLine(watch, line);
+            return reason.has_value();
+        });
+        watch.partial.erase(0, consumed);
+        if (watch.partial.size() > kLongestLine) watch.partial.clear();
+        if (reason) return reason;
+    }
+    if (watch.queued == 0) {
+        watch.queuedSince.reset();
+        return std::nullopt;
+    }
+    if (!watch.queuedSince) watch.queuedSince = now;
+    if (now - *watch.queuedSince < kQueueSettleSeconds) return std::nullopt;
+    return "A prompt was typed into Claude Code";
+}
+
+std::optional<std::string> sessionMovedOn(TranscriptWatch& watch) {
+    return sessionMovedOn(watch, platform::steadySeconds());
 }
 
 }  // namespace AgentHook::Claude

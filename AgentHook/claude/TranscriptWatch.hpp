@@ -3,6 +3,14 @@
 // tool call (the user answered Claude Code's own permission dialog), or a
 // queued prompt while a finished turn waits (the user typed into Claude Code).
 //
+// The prompt queue is judged as a whole: Claude Code writes a prompt it holds
+// back as an "enqueue" and its sending as a "dequeue" (or "popOne", "popAll",
+// "remove"). A `claude -p` run writes its own prompt as an enqueue followed at
+// once by its dequeue, and those lines may reach the file just after the hook
+// started; a prompt typed while a finished turn waits stays queued until the
+// hook has ended. So a prompt counts as typed once the queue has held it for
+// a moment (kQueueSettleSeconds), never on the enqueue line alone.
+//
 // Only what is appended after the request went out is read, in bounded
 // pieces; lines that mean nothing here (other hooks' attachments, results of
 // other calls, cut lines still being written) are passed over.
@@ -26,12 +34,16 @@ struct PendingCall {
     std::optional<text::Json> input;
 };
 
+inline constexpr double kQueueSettleSeconds = 0.1;
+
 struct TranscriptWatch {
     std::string path;
     std::uint64_t offset = 0;           // how far the file has been read
     std::string partial;                // the start of a line not yet complete
     std::optional<PendingCall> call;    // absent: a finished turn waits
     std::vector<std::string> callIds;   // the transcript's ids for the pending call
+    int queued = 0;                     // prompts enqueued since the start and not yet taken out
+    std::optional<double> queuedSince;  // when the queue last became non-empty (steady clock)
 };
 
 // Starts at the transcript's current end. For a call, the ids it already has
@@ -39,10 +51,13 @@ struct TranscriptWatch {
 // writes the call before it asks, and sometimes only after).
 TranscriptWatch startTranscriptWatch(const std::string& path, std::optional<PendingCall> call);
 
-// Reads what was appended since the last look: why the request is moot, or nothing.
+// Reads what was appended since the last look: why the request is moot, or
+// nothing. `now` is a steady clock's reading in seconds.
+std::optional<std::string> sessionMovedOn(TranscriptWatch& watch, double now);
 std::optional<std::string> sessionMovedOn(TranscriptWatch& watch);
 
-// One whole line of the transcript (without its line break).
+// One whole line of the transcript (without its line break): why the request
+// is moot, or nothing; queue operations only update the watch's queue.
 std::optional<std::string> movedOnByLine(TranscriptWatch& watch, std::string_view line);
 
 }  // namespace AgentHook::Claude

@@ -30,6 +30,8 @@ const planText = '# Migration plan\n\n1. Copy the orders table to the new schema
 const writeMarker = { name: 'Bash', input: { command: 'echo hi > marker', description: 'Write the marker file' } };
 const scenarios = {
   stop: [],
+  print: [],
+  'print-many': [],
   allow: [writeMarker],
   deny: [writeMarker],
   // Answered in Claude Code's own dialog (Esc, Yes) or by typing a new prompt,

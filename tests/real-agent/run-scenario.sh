@@ -7,7 +7,10 @@
 # SCENARIO is one of stop, allow, deny, question, plan (the app answers), or
 # esc, yes, typed (the app leaves the request waiting and the user moves on in
 # Claude Code: Esc in its permission dialog, Yes in it, or a new prompt typed
-# while the finished turn waits; the hook must withdraw the request). Exits 0
+# while the finished turn waits; the hook must withdraw the request), or
+# print, print-many: a non-interactive `claude -p` run whose finished turn the
+# app answers once, or twelve times (Claude Code honours eight Stop blocks in
+# a row: the ninth finished turn must end the run without asking the app). Exits 0
 # when the scenario's outcome reached the model (and the disk), 1 when not, 77
 # (skip) when Claude Code, tmux or node is missing. Set REAL_AGENT_KEEP=1 to
 # keep the work directory for a look afterwards.
@@ -31,8 +34,8 @@ source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 mock="$here/mock-model.mjs"
 
 case "$scenario" in
-  stop | allow | deny | question | plan | esc | yes | typed) ;;
-  *) echo "usage: run-scenario.sh stop|allow|deny|question|plan|esc|yes|typed CLAUDE AGENT_HOOK COMPANION SETUP" >&2; exit 2 ;;
+  stop | allow | deny | question | plan | esc | yes | typed | print | print-many) ;;
+  *) echo "usage: run-scenario.sh stop|allow|deny|question|plan|esc|yes|typed|print|print-many CLAUDE AGENT_HOOK COMPANION SETUP" >&2; exit 2 ;;
 esac
 check_programs "$claude"
 claude=$(readlink -f "$claude")
@@ -84,7 +87,8 @@ start_mock
 
 # The app's answers to the scenario's requests, in turn.
 case "$scenario" in
-  stop) answers=("Please also add a test." "") ;;
+  stop | print) answers=("Please also add a test." "") ;;
+  print-many) answers=("Reply 1" "Reply 2" "Reply 3" "Reply 4" "Reply 5" "Reply 6" "Reply 7" "Reply 8" "Reply 9" "Reply 10" "Reply 11" "Reply 12") ;;
   allow) answers=("allow" "") ;;
   deny) answers=("No, use the staging database" "") ;;
   question) answers=('{"answers":[["Postgres"]]}' "") ;;
@@ -131,6 +135,33 @@ write_launcher "$work/claude.sh" HOME="$home" PATH="$work/bin:$PATH" \
   DISABLE_AUTOUPDATER=1 CLAUDE_CODE_DISABLE_NONESSENTIAL_TRAFFIC=1 DISABLE_TELEMETRY=1 \
   "$claude" "${claude_args[@]}"
 
+user_said() { node "$mock" user-text "$work/mock.log" | grep -qxF -- "$(node -e 'console.log(JSON.stringify(process.argv[1]))' "$1")"; }
+
+# claude -p: no terminal, the run's own prompt on the command line, and the
+# run ends when a finished turn is not blocked.
+if [ "$scenario" = print ] || [ "$scenario" = print-many ]; then
+  "$work/claude.sh" -p "Finish the task" >"$work/print.out" 2>"$work/print.err" </dev/null &
+  agent_pid=$!
+  run_ended() { process_gone "$agent_pid"; }
+  wait_within 120 "the claude -p run to end" run_ended || fail "the claude -p run did not end"
+  wait "$agent_pid" || fail "claude -p exited with status $?: $(cat "$work/print.err")"
+  feedback_count=$(node "$mock" user-text "$work/mock.log" | grep -c '^"Stop hook feedback:' || true)
+  if [ "$scenario" = print ]; then
+    user_said $'Stop hook feedback:\nPlease also add a test.' || fail "the spoken reply never reached the model in a claude -p run"
+  else
+    for n in 1 2 3 4 5 6 7 8; do
+      user_said $'Stop hook feedback:\nReply '"$n" || fail "reply $n never reached the model"
+    done
+    [ "$feedback_count" -eq 8 ] || fail "$feedback_count replies reached the model, not 8"
+    new_log | grep -qF "Stop: Claude Code ignores a block after 8 in a row, stepping aside session=$session" ||
+      fail "the ninth finished turn did not step aside"
+    asked=$(new_log | grep -cF "Notification sent: agent=claude-code status=completed session=$session " || true)
+    [ "$asked" -eq 8 ] || fail "the app was asked $asked times, not 8"
+  fi
+  wait_for "the hooks to end" no_hook_running || fail "a hook is still running after the run ended"
+  pass
+fi
+
 start_pane "$work/claude.sh"
 agent_pid=$(pane_format '#{pane_pid}')
 prompt_ready() { screen_shows "for shortcuts" || screen_shows "plan mode on"; }
@@ -147,7 +178,6 @@ type_line "$prompt"
 tool_id=$(node "$mock" tool-id "$scenario")
 tool_result() { node "$mock" tool-result "$work/mock.log" "$tool_id" 2>/dev/null; }
 has_tool_result() { tool_result >/dev/null; }
-user_said() { node "$mock" user-text "$work/mock.log" | grep -qxF -- "$(node -e 'console.log(JSON.stringify(process.argv[1]))' "$1")"; }
 json_field() { node -e 'const v = JSON.parse(process.argv[1])[process.argv[2]]; console.log(typeof v === "string" ? v : JSON.stringify(v))' "$1" "$2"; }
 # Waits for the result of the scenario's tool call (WHAT) to reach the model,
 # leaves it in `result`, and fails with WRONG unless its is_error is IS_ERROR.

@@ -76,15 +76,40 @@ TEST_F(TranscriptWatchTest, APlanReviewMatchesTheCallWhoseInputTheEventExtends) 
     EXPECT_EQ(sessionMovedOn(watch), "The call was answered in Claude Code (toolu_P)");
 }
 
-TEST_F(TranscriptWatchTest, AQueuedPromptEndsAFinishedTurnsWait) {
-    testsupport::writeText(path_, kEnqueue + "\n");  // typed before the turn ended: not ours
-    TranscriptWatch watch = startTranscriptWatch(path_, std::nullopt);
-    EXPECT_EQ(sessionMovedOn(watch), std::nullopt);
-    append(kAttachment + "\n" + toolResult("toolu_A") + "\n" +
-           R"({"type":"queue-operation","operation":"dequeue"})" "\n");
-    EXPECT_EQ(sessionMovedOn(watch), std::nullopt);
-    append(kEnqueue + "\r\n");
-    EXPECT_EQ(sessionMovedOn(watch), "A prompt was typed into Claude Code");
+// The prompt queue decides, not one line: a prompt still queued a moment
+// after its enqueue was typed while the turn waited; `claude -p` writes its
+// own prompt as an enqueue and a dequeue at once, possibly in two writes.
+TEST_F(TranscriptWatchTest, APromptStillQueuedEndsAFinishedTurnsWait) {
+    const std::string dequeue = R"({"type":"queue-operation","operation":"dequeue","timestamp":"2026-11-23T14:00:00Z"})";
+    const std::string popAll = R"({"type":"queue-operation","operation":"popAll"})";
+    const std::string typed = "A prompt was typed into Claude Code";
+    struct Look {
+        std::string appended;
+        double now;
+        std::optional<std::string> reason;
+    };
+    const std::vector<std::vector<Look>> cases = {
+        // typed during the wait: withdrawn once it has stayed queued for a moment
+        {{kEnqueue + "\r\n", 0, std::nullopt}, {"", 0.05, std::nullopt}, {"", 0.2, typed}},
+        // the run's own prompt, in one write and in two
+        {{kEnqueue + "\n" + dequeue + "\n", 0, std::nullopt}, {"", 5, std::nullopt}},
+        {{kEnqueue + "\n", 0, std::nullopt}, {dequeue + "\n", 0.05, std::nullopt}, {"", 5, std::nullopt}},
+        // typed after the run's own prompt
+        {{kEnqueue + "\n" + dequeue + "\n", 0, std::nullopt}, {kEnqueue + "\n", 1, std::nullopt}, {"", 1.2, typed}},
+        // a prompt queued before the wait leaves: the queue is never less than empty
+        {{dequeue + "\n" + kEnqueue + "\n", 0, std::nullopt}, {"", 0.2, typed}},
+        {{kEnqueue + "\n" + kEnqueue + "\n" + popAll + "\n", 0, std::nullopt}, {"", 5, std::nullopt}},
+        // other lines, and results of calls, mean nothing to a finished turn
+        {{kAttachment + "\n" + toolResult("toolu_A") + "\n", 0, std::nullopt}, {"", 5, std::nullopt}},
+    };
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        testsupport::writeText(path_, kEnqueue + "\n");  // typed before the turn ended: not ours
+        TranscriptWatch watch = startTranscriptWatch(path_, std::nullopt);
+        for (const Look& look : cases[i]) {
+            append(look.appended);
+            EXPECT_EQ(sessionMovedOn(watch, look.now), look.reason) << "case " << i << " at " << look.now;
+        }
+    }
 }
 
 TEST_F(TranscriptWatchTest, OddFilesMeanNothing) {

@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr double kTargetRatio = 1.5;
+constexpr double kTargetRatio = 1.1;
 
 struct Case {
     std::string label;

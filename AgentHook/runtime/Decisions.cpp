@@ -7,20 +7,22 @@
 
 namespace AgentHook {
 
+// Written out directly (keys in sorted order) rather than through a tree: a
+// permission allowed by a stored rule pays for nothing else at start-up.
 std::optional<std::string> permissionDecisionJson(const PermissionResponse& response) {
-    text::Json decision = text::Json::object();
-    decision["behavior"] = response.behavior == PermissionResponse::Behavior::deny ? "deny" : "allow";
-    decision["message"] = response.message.value_or(std::string());
-    text::Json output = text::Json::object();
-    output["hookSpecificOutput"] = {{"decision", decision}, {"hookEventName", "PermissionRequest"}};
-    return text::toCompactJson(output);
+    std::string out = R"({"hookSpecificOutput":{"decision":{"behavior":)";
+    out += response.behavior == PermissionResponse::Behavior::deny ? R"("deny")" : R"("allow")";
+    out += R"(,"message":)";
+    if (!text::appendJsonString(out, response.message.value_or(std::string()))) return std::nullopt;
+    out += R"(},"hookEventName":"PermissionRequest"}})";
+    return out;
 }
 
 std::optional<std::string> stopHookDecisionJson(std::string_view reason) {
-    text::Json output = text::Json::object();
-    output["decision"] = "block";
-    output["reason"] = std::string(reason);
-    return text::toCompactJson(output);
+    std::string out = R"({"decision":"block","reason":)";
+    if (!text::appendJsonString(out, reason)) return std::nullopt;
+    out += '}';
+    return out;
 }
 
 void emitDecision(const std::optional<std::string>& bytes) {

@@ -79,9 +79,11 @@ WaitResult sendToVoxtrelAndWait(const VoxtrelRequest& request, const PollEnviron
     logTo(directory, "Notification sent: agent=" + std::string(agentRawValue(request.agent)) +
                          " status=" + request.status + " session=" + request.sessionId +
                          " requestId=" + files.requestId + " summary=" + request.summary);
+    // The handlers are in place before the app can see the request: whoever
+    // sees it may end the hook at once.
+    platform::catchTerminationSignals();
     deliverToVoxtrel(payload);
 
-    platform::catchTerminationSignals();
     // Times are counted, not read from a clock, so tests drive the schedule.
     double elapsed = 0;
     int nextPoll = 0;

@@ -10,10 +10,6 @@
 #include <sys/wait.h>
 #include <climits>
 #include <unistd.h>
-#if defined(__APPLE__)
-#include <cstdint>
-#include <mach-o/dyld.h>
-#endif
 
 #include "platform/Streams.hpp"
 
@@ -191,18 +187,6 @@ bool startDetached(const std::string& program, const std::vector<std::string>& a
 void reapExitedChildren() {
     while (::waitpid(-1, nullptr, WNOHANG) > 0) {
     }
-}
-
-std::string runningExecutablePath() {
-    char buffer[PATH_MAX];
-#if defined(__APPLE__)
-    std::uint32_t size = sizeof buffer;
-    return _NSGetExecutablePath(buffer, &size) == 0 ? std::string(buffer) : std::string();
-#else
-    const ssize_t length = ::readlink("/proc/self/exe", buffer, sizeof buffer);
-    if (length <= 0 || static_cast<std::size_t>(length) >= sizeof buffer) return {};
-    return std::string(buffer, static_cast<std::size_t>(length));
-#endif
 }
 
 }  // namespace AgentHook::platform

@@ -8,7 +8,9 @@
 #if defined(__x86_64__)
 #include <immintrin.h>
 #define AGENT_HOOK_AVX2_SCANS 1
-#if defined(__GLIBC__)
+// glibc's header declares with C's _Bool, which clang's C++ does not take.
+#if defined(__GLIBC__) && !defined(__clang__)
+#define AGENT_HOOK_GLIBC_CPU_FEATURES 1
 #include <sys/platform/x86.h>
 #else
 #include <cpuid.h>
@@ -119,7 +121,7 @@ std::size_t findEitherPatternPortable(std::string_view text, std::size_t from, c
 // constructor that runs CPUID many times at every start of the program, and
 // each CPUID traps to the hypervisor in a virtual machine.
 bool hasAvx2() {
-#if defined(__GLIBC__)
+#if AGENT_HOOK_GLIBC_CPU_FEATURES
     // glibc read the processor's features before main; asking costs no CPUID.
     return CPU_FEATURE_ACTIVE(AVX2);
 #else

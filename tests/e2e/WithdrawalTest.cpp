@@ -26,11 +26,16 @@ protected:
         return event("PermissionRequest",
                      R"(,"transcript_path":")" + transcript() + R"(","tool_name":"Bash","tool_input":)" + kCall);
     }
-    // Starts the hook and waits until its request is in the inbox and its
-    // signal handlers are in place.
+    // Starts the hook and waits until its request is in the inbox, and so its
+    // signal handlers in place (under an emulator /proc cannot tell them).
     RunningProcess waiting(const std::string& input, Output output = Output::pipe) {
+        const std::string inbox = inboxOf(environment_);
+        const std::size_t before = payloadsIn(inbox).size();
         RunningProcess process = start(AGENT_HOOK_PROGRAM, {"claude"}, environment_.build(), true, input, output);
-        EXPECT_TRUE(waitForPayload(inboxOf(environment_), 20));
+        for (int attempt = 0; attempt < 4000 && payloadsIn(inbox).size() <= before; ++attempt) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        EXPECT_GT(payloadsIn(inbox).size(), before);
         waitForInterruptHandler(process.pid);
         return process;
     }

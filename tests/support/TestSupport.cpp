@@ -146,20 +146,26 @@ std::vector<std::string> xdgOpenCalls(const HookEnvironment& environment) {
 
 namespace {
 
+// pipe2 and SOCK_CLOEXEC are Linux's: the tests also build for macOS.
+bool closeOnExec(int fds[2]) {
+    return ::fcntl(fds[0], F_SETFD, FD_CLOEXEC) == 0 && ::fcntl(fds[1], F_SETFD, FD_CLOEXEC) == 0;
+}
+bool makePipe(int fds[2]) { return ::pipe(fds) == 0 && closeOnExec(fds); }
+
 // The child's and the test's ends of the child's standard output.
 void makeOutput(Output output, int out[2]) {
     switch (output) {
         case Output::pipe:
-            if (::pipe2(out, O_CLOEXEC) == 0) return;
+            if (makePipe(out)) return;
             break;
         case Output::readerGone:
-            if (::pipe2(out, O_CLOEXEC) != 0) break;
+            if (!makePipe(out)) break;
             ::close(out[0]);
             out[0] = -1;
             return;
         case Output::socket: {
             int pair[2];
-            if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) break;
+            if (::socketpair(AF_UNIX, SOCK_STREAM, 0, pair) != 0 || !closeOnExec(pair)) break;
             out[0] = pair[0];
             out[1] = pair[1];
             return;
@@ -187,7 +193,7 @@ RunningProcess start(const std::string& program, const std::vector<std::string>&
                      const std::vector<std::string>& environment, bool closeStdin, const std::string& input,
                      Output output) {
     int in[2], out[2], err[2];
-    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) throw std::runtime_error("pipe failed");
+    if (!makePipe(in) || !makePipe(err)) throw std::runtime_error("pipe failed");
     makeOutput(output, out);
     // The input goes into the pipe before the child starts (test inputs are far
     // below a pipe's capacity), so a child that never reads it cannot make

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Fuzzes every decoder: builds each tests/fuzz/*_fuzzer.cpp as a libFuzzer
 # target with clang, AddressSanitizer and UndefinedBehaviorSanitizer in
-# build-fuzz/, and runs each for SECONDS (default 30), one after the other,
-# starting from a copy of its seed corpus (tests/fuzz/corpus/<name>/ for
-# <name>_fuzzer), so the inputs it finds never land in the repository.
+# build-fuzz/, and runs each for SECONDS (default 5), as many at once as there
+# are processors, starting from a copy of its seed corpus
+# (tests/fuzz/corpus/<name>/ for <name>_fuzzer), which is replayed first; the
+# inputs it finds never land in the repository.
 #
 # Exits non-zero at the first target that crashes (a sanitizer report, a
 # failed check, a time-out or running out of memory), after printing the
@@ -13,7 +14,7 @@ set -euo pipefail
 
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$repo"
-seconds=${1:-30}
+seconds=${1:-5}
 build_dir=build-fuzz
 
 scripts/setup.sh clang-14 libclang-rt-14-dev
@@ -30,7 +31,9 @@ artifacts="$repo/$build_dir/fuzz-artifacts"
 mkdir -p "$artifacts"
 export ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 
-for fuzzer in "$build_dir"/fuzz/*_fuzzer; do
+# One target: its seeds replayed, then fuzzed for the rest of its time.
+fuzz_target() {
+  local fuzzer=$1 name corpus
   name=$(basename "$fuzzer" _fuzzer)
   corpus="$work/$name"
   mkdir -p "$corpus"
@@ -38,7 +41,6 @@ for fuzzer in "$build_dir"/fuzz/*_fuzzer; do
     cp -R "tests/fuzz/corpus/$name/." "$corpus/"
   fi
   rm -f "$artifacts/$name"-*
-  echo "fuzz: $name for ${seconds}s"
   if ! "$fuzzer" -max_total_time="$seconds" -timeout=10 -artifact_prefix="$artifacts/$name-" \
     -print_final_stats=1 "$corpus" >"$work/$name.log" 2>&1; then
     tail -n 60 "$work/$name.log"
@@ -47,8 +49,25 @@ for fuzzer in "$build_dir"/fuzz/*_fuzzer; do
       echo "fuzz: $name crashed on $input:"
       od -A x -t x1z -v "$input" | head -n 64
     done
-    exit 1
+    return 1
   fi
-  grep -E '^(Done|stat::number_of_executed_units)' "$work/$name.log" || true
+  echo "fuzz: $name for ${seconds}s: $(grep -E '^stat::number_of_executed_units' "$work/$name.log" | awk '{ print $2 }') runs"
+}
+
+# As many targets at once as there are processors.
+failed=0
+running=0
+for fuzzer in "$build_dir"/fuzz/*_fuzzer; do
+  fuzz_target "$fuzzer" &
+  running=$((running + 1))
+  if [ "$running" -ge "$(nproc)" ]; then
+    wait -n || failed=1
+    running=$((running - 1))
+  fi
 done
+while [ "$running" -gt 0 ]; do
+  wait -n || failed=1
+  running=$((running - 1))
+done
+[ "$failed" -eq 0 ] || { echo "fuzz: a target crashed" >&2; exit 1; }
 echo "fuzz: no crash"

@@ -174,6 +174,7 @@ TEST(AutoAcceptRules, MatchEachRuleByItsForm) {
         {{"domain:example.com"}, "/example.com/x", false},
         {{"domain:example.com"}, "https://exa mple.com/", false},
         {{"domain:example.com"}, "mailto:ann@example.com", false},
+        {{"domain:example.com"}, "Eps:\x95", false},  // once an assertion inside the URL parser
         {{"domain:::1"}, "http://[::1]:8080/", true},
         {{"domain:"}, "file:///etc/passwd", false},
         {{"domain:example.com"}, "domain:example.com", false},

@@ -6,7 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "runtime/Glob.hpp"
+#include "runtime/AutoAcceptRules.hpp"
+#include "text/Glob.hpp"
 
 namespace {
 
@@ -47,7 +48,7 @@ const std::string& url() {
 
 void glob(benchmark::State& state, const std::string& pattern, const std::string& target, bool expected) {
     for (auto _ : state) {
-        const bool matched = AgentHook::globMatch(pattern, target);
+        const bool matched = AgentHook::text::globMatch(pattern, target);
         benchmark::DoNotOptimize(matched);
         if (matched != expected) state.SkipWithError("wrong answer");
     }

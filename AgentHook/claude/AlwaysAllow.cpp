@@ -6,6 +6,7 @@
 #include "platform/DirectoryLock.hpp"
 #include "platform/Files.hpp"
 #include "runtime/Logging.hpp"
+#include "text/Quoting.hpp"
 #include "runtime/Paths.hpp"
 #include "text/Json.hpp"
 #include "text/Utf8.hpp"
@@ -71,7 +72,7 @@ void writeAlwaysAllowFlag(const std::string& sessionId, const std::string& toolN
         log("Always-allow: failed to write rules to " + path + ": " + error);
         return;
     }
-    log("Always-allow: wrote rules to " + path + ": " + describeList(rules));
+    log("Always-allow: wrote rules to " + path + ": " + text::describeList(rules));
 }
 
 std::vector<std::string> buildSettingsAllowRules(const std::optional<std::vector<PermissionSuggestion>>& suggestions,
@@ -151,39 +152,7 @@ void persistAllowRules(const std::string& cwd, const std::vector<std::string>& r
         log("Always-allow: failed to write " + path + ": " + error);
         return;
     }
-    log("Always-allow: persisted " + describeList(rules) + " to " + path);
-}
-
-std::string describeList(const std::vector<std::string>& texts) {
-    static constexpr char hex[] = "0123456789abcdef";
-    std::string out = "[";
-    for (std::size_t i = 0; i < texts.size(); ++i) {
-        if (i > 0) out.append(", ");
-        out.push_back('"');
-        for (const char c : texts[i]) {
-            const auto byte = static_cast<unsigned char>(c);
-            switch (c) {
-                case '"': out.append("\\\""); break;
-                case '\\': out.append("\\\\"); break;
-                case '\n': out.append("\\n"); break;
-                case '\r': out.append("\\r"); break;
-                case '\t': out.append("\\t"); break;
-                case '\0': out.append("\\0"); break;
-                default:
-                    if (byte < 0x20 || byte == 0x7f) {
-                        out.append("\\u{");
-                        if (byte >= 0x10) out.push_back(hex[byte >> 4]);
-                        out.push_back(hex[byte & 0x0f]);
-                        out.push_back('}');
-                    } else {
-                        out.push_back(c);
-                    }
-            }
-        }
-        out.push_back('"');
-    }
-    out.push_back(']');
-    return out;
+    log("Always-allow: persisted " + text::describeList(rules) + " to " + path);
 }
 
 }  // namespace AgentHook::Claude

@@ -48,7 +48,4 @@ struct SettingsMerge {
 };
 SettingsMerge mergeAllowRules(std::string_view settings, const std::vector<std::string>& rules);
 
-// ["a", "b"]: a list of texts as log lines show it.
-std::string describeList(const std::vector<std::string>& texts);
-
 }  // namespace AgentHook::Claude

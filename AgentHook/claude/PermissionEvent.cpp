@@ -10,7 +10,7 @@
 #include "platform/Files.hpp"
 #include "runtime/Bypass.hpp"
 #include "runtime/Decisions.hpp"
-#include "runtime/Glob.hpp"
+#include "runtime/AutoAcceptRules.hpp"
 #include "runtime/Logging.hpp"
 #include "text/Utf8.hpp"
 

@@ -1,6 +1,6 @@
 #include "claude/TranscriptLines.hpp"
 
-#include "platform/Simd.hpp"
+#include "text/Simd.hpp"
 #include "text/Json.hpp"
 #include "text/Utf8.hpp"
 
@@ -52,12 +52,12 @@ bool startsTitleSpelling(std::string_view text, std::size_t at) {
 
 // Where "\u0" stands, or the "c", "-" and "e" of "custom-title" in their
 // places: a few candidates per kilobyte, each judged by startsTitleSpelling.
-constexpr platform::BytePattern kEscape{{{{'\\', 0}, {'u', 1}, {'0', 2}}}};
-constexpr platform::BytePattern kTitleWord{{{{'c', 0}, {'-', 6}, {'e', 11}}}};
+constexpr text::BytePattern kEscape{{{{'\\', 0}, {'u', 1}, {'0', 2}}}};
+constexpr text::BytePattern kTitleWord{{{{'c', 0}, {'-', 6}, {'e', 11}}}};
 
 // The first offset from `from` where startsTitleSpelling holds, or npos.
 std::size_t nextTitleSpelling(std::string_view text, std::size_t from) {
-    return platform::findEitherPattern(text, from, kEscape, kTitleWord, startsTitleSpelling);
+    return text::findEitherPattern(text, from, kEscape, kTitleWord, startsTitleSpelling);
 }
 
 }  // namespace

@@ -7,6 +7,8 @@
 #endif
 #include <uuid/uuid.h>
 
+#include "text/Quoting.hpp"
+
 namespace AgentHook::platform {
 
 std::string randomUuid() {
@@ -31,13 +33,10 @@ std::string md5Hex(std::string_view bytes) {
     MD5Update(&context, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
     MD5Final(digest, &context);
 #endif
-    static constexpr char hex[] = "0123456789abcdef";
-    std::string text(32, '0');
-    for (int i = 0; i < 16; ++i) {
-        text[2 * i] = hex[digest[i] >> 4];
-        text[2 * i + 1] = hex[digest[i] & 0x0f];
-    }
-    return text;
+    std::string hex;
+    hex.reserve(32);
+    for (const unsigned char byte : digest) text::appendHexByte(hex, byte);
+    return hex;
 }
 
 }  // namespace AgentHook::platform

@@ -13,6 +13,7 @@
 
 #include "platform/Files.hpp"
 #include "platform/Streams.hpp"
+#include "text/Quoting.hpp"
 #include "text/Utf8.hpp"
 
 
@@ -279,11 +280,7 @@ std::optional<BusMessage> receiveMessage(Connection& connection) {
 std::optional<bool> askDaemon(Connection& connection, const std::vector<std::string>& names) {
     const std::string uid = std::to_string(::getuid());
     std::string hexUid;
-    for (const char c : uid) {
-        static constexpr char hex[] = "0123456789abcdef";
-        hexUid.push_back(hex[(c >> 4) & 0x0f]);
-        hexUid.push_back(hex[c & 0x0f]);
-    }
+    for (const char c : uid) text::appendHexByte(hexUid, static_cast<unsigned char>(c));
     if (!sendAll(connection, std::string(1, '\0') + "AUTH EXTERNAL " + hexUid + "\r\n")) return std::nullopt;
     const std::optional<std::string> line = receiveLine(connection);
     if (!line || line->rfind("OK ", 0) != 0) return std::nullopt;

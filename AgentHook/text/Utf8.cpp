@@ -117,6 +117,14 @@ std::string_view characterPrefix(std::string_view text, std::size_t count) {
     return text.substr(0, walkClusters(text, count, clusters));
 }
 
+bool isCharacterBoundary(std::string_view text, std::size_t offset) {
+    if (offset == 0 || offset == text.size()) return true;
+    if (offset > text.size()) return false;
+    // The breaks before `offset` are the same in the prefix as in the whole
+    // text: the prefix's characters end there exactly when the text's do.
+    return characterPrefix(text, characterCount(text.substr(0, offset))).size() == offset;
+}
+
 std::string lowercased(std::string_view text) {
     std::string result;
     result.reserve(text.size());

@@ -16,6 +16,11 @@ std::size_t characterCount(std::string_view text);
 // The first `count` grapheme clusters of valid UTF-8 text (all of it when shorter).
 std::string_view characterPrefix(std::string_view text, std::size_t count);
 
+// True when `offset` falls between two user-perceived characters of `text`
+// (or at either end): "cafe" is no whole-character prefix of "cafe" + a
+// combining accent.
+bool isCharacterBoundary(std::string_view text, std::size_t offset);
+
 // Full Unicode lower-case mapping; bytes that are not valid UTF-8 pass through.
 std::string lowercased(std::string_view text);
 

@@ -6,7 +6,7 @@
 namespace AgentHook::text {
 
 namespace {
-constexpr std::size_t kBlock = platform::kUtf8BlockBytes;
+constexpr std::size_t kBlock = kUtf8BlockBytes;
 }
 
 void feedUtf8(Utf8Stream& stream, std::string_view piece) {
@@ -18,7 +18,7 @@ void feedUtf8(Utf8Stream& stream, std::string_view piece) {
         // them are in the same piece; the rest goes through the staging block.
         if (stream.filled == 0 && used >= 3 && size - used >= kBlock) {
             const std::size_t blocks = (size - used) / kBlock;
-            stream.valid = platform::utf8BlocksValid(data + used, blocks);
+            stream.valid = utf8BlocksValid(data + used, blocks);
             used += blocks * kBlock;
             std::memcpy(stream.staged, data + used - 3, 3);
             continue;
@@ -28,7 +28,7 @@ void feedUtf8(Utf8Stream& stream, std::string_view piece) {
         stream.filled += take;
         used += take;
         if (stream.filled == kBlock) {
-            stream.valid = platform::utf8BlocksValid(stream.staged + 3, 1);
+            stream.valid = utf8BlocksValid(stream.staged + 3, 1);
             std::memmove(stream.staged, stream.staged + kBlock, 3);
             stream.filled = 0;
         }
@@ -40,7 +40,7 @@ void feedUtf8(Utf8Stream& stream, std::string_view piece) {
 bool finishUtf8(Utf8Stream& stream) {
     if (!stream.valid) return false;
     std::memset(stream.staged + 3 + stream.filled, 0, kBlock - stream.filled);
-    return platform::utf8BlocksValid(stream.staged + 3, 1);
+    return utf8BlocksValid(stream.staged + 3, 1);
 }
 
 }  // namespace AgentHook::text

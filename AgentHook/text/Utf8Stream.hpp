@@ -7,14 +7,14 @@
 #include <cstddef>
 #include <string_view>
 
-#include "platform/Simd.hpp"
+#include "text/Simd.hpp"
 
 namespace AgentHook::text {
 
 // The stream's state: the three bytes before the next block, then the bytes
 // of a block not yet full. Starts as an empty, valid stream.
 struct Utf8Stream {
-    unsigned char staged[3 + platform::kUtf8BlockBytes] = {};
+    unsigned char staged[3 + kUtf8BlockBytes] = {};
     std::size_t filled = 0;
     bool valid = true;
 };

@@ -10,10 +10,12 @@
 #include <vector>
 
 #include "FuzzSupport.hpp"
-#include "runtime/Glob.hpp"
+#include "runtime/AutoAcceptRules.hpp"
+#include "text/Glob.hpp"
 #include "text/Utf8.hpp"
 
 using namespace AgentHook;
+using AgentHook::text::globMatch;
 
 namespace {
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "claude/AlwaysAllow.hpp"
+#include "text/Quoting.hpp"
 #include "text/Json.hpp"
 
 using namespace AgentHook;
@@ -56,7 +57,7 @@ TEST(AlwaysAllow, RulesFromSuggestions) {
 
 TEST(AlwaysAllow, ListsInLogLines) {
     // "[]" and ["*"] are in the end-to-end tests' log lines.
-    EXPECT_EQ(describeList({"a\"b", "c\\d\n", std::string("\x01", 1)}), R"(["a\"b", "c\\d\n", "\u{1}"])");
+    EXPECT_EQ(AgentHook::text::describeList({"a\"b", "c\\d\n", std::string("\x01", 1)}), R"(["a\"b", "c\\d\n", "\u{1}"])");
 }
 
 TEST(SettingsMerge, AddsRulesOnceAndKeepsEverythingElse) {

@@ -14,11 +14,13 @@
 #include "claude/TranscriptLines.hpp"
 #include "codex/CodexHookInput.hpp"
 #include "grok/GrokHookInput.hpp"
-#include "runtime/Glob.hpp"
+#include "runtime/AutoAcceptRules.hpp"
+#include "text/Glob.hpp"
 #include "runtime/Logging.hpp"
 #include "text/Utf8.hpp"
 
 using namespace AgentHook;
+using AgentHook::text::globMatch;
 
 namespace {
 

@@ -10,9 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "runtime/Glob.hpp"
+#include "runtime/AutoAcceptRules.hpp"
+#include "text/Glob.hpp"
 
 using namespace AgentHook;
+using AgentHook::text::globMatch;
 
 TEST(Glob, MatchesLikeTheAnchoredRegularExpression) {
     struct Case {

@@ -9,7 +9,7 @@
 #include <cstddef>
 #include <string_view>
 
-namespace AgentHook::platform {
+namespace AgentHook::text {
 
 // UTF-8 is checked in blocks of this many bytes.
 constexpr std::size_t kUtf8BlockBytes = 16;
@@ -39,4 +39,4 @@ using ConfirmPosition = bool (*)(std::string_view text, std::size_t at);
 std::size_t findEitherPattern(std::string_view text, std::size_t from, const BytePattern& first,
                               const BytePattern& second, ConfirmPosition confirm);
 
-}  // namespace AgentHook::platform
+}  // namespace AgentHook::text

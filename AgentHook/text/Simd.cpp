@@ -1,4 +1,4 @@
-#include "platform/Simd.hpp"
+#include "text/Simd.hpp"
 
 #include <algorithm>
 #include <bit>
@@ -17,7 +17,7 @@
 #endif
 #endif
 
-namespace AgentHook::platform {
+namespace AgentHook::text {
 namespace {
 
 // Sixteen bytes at a time in the compilers' portable vector type (SSE2 on
@@ -267,4 +267,4 @@ std::size_t findEitherPattern(std::string_view text, std::size_t from, const Byt
     return findEitherPatternPortable(text, from, first, second, confirm);
 }
 
-}  // namespace AgentHook::platform
+}  // namespace AgentHook::text

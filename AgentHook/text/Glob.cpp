@@ -1,19 +1,18 @@
-#include "runtime/Glob.hpp"
+#include "text/Glob.hpp"
 
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <boost/url/parse.hpp>
 #include <cstdint>
 #include <cstring>
 #include <map>
 #include <memory>
-#include <optional>
 #include <utf8proc.h>
+#include <vector>
 
 #include "text/Utf8.hpp"
 
-namespace AgentHook {
+namespace AgentHook::text {
 
 namespace {
 
@@ -46,11 +45,11 @@ std::size_t terminatorAt(std::string_view text, std::size_t i) {
 }
 
 std::size_t clusterEndSlow(std::string_view text, std::size_t i) {
-    long previous = text::decodeCodePoint(text, i);
+    long previous = decodeCodePoint(text, i);
     utf8proc_int32_t state = 0;
     while (i < text.size()) {
         const std::size_t start = i;
-        const long current = text::decodeCodePoint(text, i);
+        const long current = decodeCodePoint(text, i);
         if (previous < 0 || current < 0 ||
             utf8proc_grapheme_break_stateful(static_cast<utf8proc_int32_t>(previous),
                                              static_cast<utf8proc_int32_t>(current), &state)) {
@@ -366,36 +365,6 @@ bool runAutomaton(const std::vector<Token>& tokens, std::string_view text) {
     return std::make_unique<Automaton<W>>(tokens, text)->matches();
 }
 
-std::optional<std::string> urlHost(std::string_view text) {
-    // A URI reference, as Apple's URL reads a string: "//example.com/x" has
-    // a host without a scheme, while "example.com/x" is only a path. The host
-    // is percent-decoded, as URL.host reports it ("ex%61mple.com" is
-    // "example.com"), and an IPv6 literal comes without its brackets. An
-    // empty host is no host.
-    const auto url = boost::urls::parse_uri_reference(text);
-    if (!url || !url->has_authority()) return std::nullopt;
-    std::string host = url->host_address();
-    if (host.empty()) return std::nullopt;
-    return host;
-}
-
-bool endsOnCharacterBoundary(std::string_view text, std::size_t length) {
-    std::size_t i = 0;
-    while (i < length) i = clusterEnd(text, i);
-    return i == length;
-}
-
-bool ruleMatches(std::string_view rule, std::string_view target) {
-    constexpr std::string_view domainPrefix = "domain:";
-    if (rule.starts_with(domainPrefix)) {
-        const std::optional<std::string> host = urlHost(target);
-        return host && *host == rule.substr(domainPrefix.size());
-    }
-    if (rule.starts_with("//")) return globMatch(rule.substr(1), target);
-    // Character for character: "cafe" is no prefix of "cafe" + COMBINING ACUTE.
-    return target.starts_with(rule) && endsOnCharacterBoundary(target, rule.size());
-}
-
 }  // namespace
 
 bool globMatch(std::string_view pattern, std::string_view path) {
@@ -415,11 +384,4 @@ bool globMatch(std::string_view pattern, std::string_view path) {
     return runAutomaton<64>(tokens, path);
 }
 
-bool matchesAutoAcceptRules(const std::vector<std::string>& rules, std::string_view target,
-                            std::string_view /*toolName*/) {
-    if (std::find(rules.begin(), rules.end(), "*") != rules.end()) return true;
-    if (target.empty()) return false;
-    return std::any_of(rules.begin(), rules.end(), [&](const std::string& rule) { return ruleMatches(rule, target); });
-}
-
-}  // namespace AgentHook
+}  // namespace AgentHook::text

@@ -1,3 +1,3 @@
-#include "runtime/Dispatch.hpp"
+#include "entry/Dispatch.hpp"
 
 int main(int argc, char** argv) { return AgentHook::dispatch(argc, argv); }

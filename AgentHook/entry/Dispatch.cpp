@@ -1,4 +1,4 @@
-#include "runtime/Dispatch.hpp"
+#include "entry/Dispatch.hpp"
 
 #include <csignal>
 #include <exception>

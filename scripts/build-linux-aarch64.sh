@@ -31,7 +31,7 @@ fi
 export PKG_CONFIG_LIBDIR=/usr/lib/aarch64-linux-gnu/pkgconfig:/usr/share/pkgconfig
 cmake -S "$repo" -B "$out" -DCMAKE_TOOLCHAIN_FILE="$repo/cmake/aarch64-linux-gnu.cmake" \
   -DAGENT_HOOK_HEADERS="$tools/headers" -DAGENT_HOOK_GTEST_SOURCE=/usr/src/googletest \
-  -DAGENT_HOOK_BENCH=OFF -DAGENT_HOOK_TESTS="$tests" -DCMAKE_BUILD_TYPE=Release >/dev/null
+  -DAGENT_HOOK_BENCH=OFF -DAGENT_HOOK_TESTS="$tests" -DAGENT_HOOK_WERROR=ON -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build "$out" -j"$(nproc)"
 if [ "$tests" = ON ]; then
   ctest --test-dir "$out" --output-on-failure -j"$(nproc)" -LE real-agent

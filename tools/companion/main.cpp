@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <cstdlib>
 #include <functional>
 #include <poll.h>
@@ -261,9 +262,7 @@ private:
     bool echoed_ = ::isatty(STDIN_FILENO) != 0;
 };
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
     Options options;
     if (!parseOptions(argc, argv, options)) {
         std::fputs(kUsage, stderr);
@@ -297,4 +296,17 @@ int main(int argc, char** argv) {
         sleepFor(kPollSeconds);
     }
     return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "companion: unexpected failure: %s\n", error.what());
+    } catch (...) {
+        std::fprintf(stderr, "companion: unexpected failure\n");
+    }
+    return 1;
 }

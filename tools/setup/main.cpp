@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <exception>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -23,9 +24,7 @@ std::string workingDirectory() {
     return buffer.data();
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
     const ParsedOptions parsed = parseOptions(std::vector<std::string>(argv + 1, argv + argc), workingDirectory());
     if (!parsed.options) {
         std::fprintf(stderr, "agent-hook-setup: %s\n%s", parsed.error.c_str(), kUsage);
@@ -53,4 +52,20 @@ int main(int argc, char** argv) {
     }
     if (options.command == Command::status) return runStatus(options, hookPath);
     return options.command == Command::install ? runInstall(options, hookPath) : runUninstall(options, hookPath);
+}
+
+}  // namespace
+
+// Whatever escapes (memory running out, a library's exception) ends with a
+// clear line and status 1, never with an abort that leaves a half-done edit
+// unexplained: every file is replaced atomically, so nothing is half-written.
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "agent-hook-setup: unexpected failure: %s\n", error.what());
+    } catch (...) {
+        std::fprintf(stderr, "agent-hook-setup: unexpected failure\n");
+    }
+    return 1;
 }

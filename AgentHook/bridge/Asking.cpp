@@ -36,9 +36,9 @@ bool relayFinishedTurn(Agent agent, const std::string& sessionId, const std::str
     log("Stop: notifying voxtrel with final message");
     AppRequest request{agent, RequestStatus::completed, sessionId, cwd, "Task complete", std::move(finalMessage),
                        title ? title() : std::string(), "stop", std::move(movedOn)};
-    const std::optional<std::string> reply = answerOf(askApp(std::move(request)));
-    if (!reply) return false;
-    emitStopHookDecision(*reply);
+    const WaitResult result = askApp(std::move(request));
+    if (result.outcome != WaitResult::Outcome::answered) return false;
+    emitStopHookDecision(result.reply);
     return true;
 }
 

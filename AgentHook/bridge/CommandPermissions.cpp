@@ -83,13 +83,16 @@ std::optional<PermissionResponse> askCommandPermission(Agent agent, const std::s
     AppRequest request{agent, RequestStatus::permission, sessionId, cwd, details.summary,
                        commandPermissionBody(toolName, details), "", std::nullopt, {}};
     const WaitResult result = askApp(std::move(request));
-    if (result.interrupted) return std::nullopt;
-    const std::optional<std::string> reply = answerOf(result);
-    if (!reply) {
-        logPermissionDismissed(sessionId);
-        return std::nullopt;
+    switch (result.outcome) {
+        case WaitResult::Outcome::withdrawn:
+            return std::nullopt;
+        case WaitResult::Outcome::unanswered:
+            logPermissionDismissed(sessionId);
+            return std::nullopt;
+        case WaitResult::Outcome::answered:
+            break;
     }
-    return resolveCommandPermissionReply(*reply, sessionId, agentRawValue(agent));
+    return resolveCommandPermissionReply(result.reply, sessionId, agentRawValue(agent));
 }
 
 }  // namespace AgentHook

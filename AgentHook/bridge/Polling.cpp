@@ -92,7 +92,7 @@ WaitResult sendToVoxtrelAndWait(const VoxtrelRequest& request, const PollEnviron
         if (const std::optional<std::string> reason = withdrawalReason(environment)) {
             logTo(directory, *reason + " \xE2\x80\x94 dismissing session=" + request.sessionId + " and exiting");
             dismissAgent(request.sessionId);
-            return WaitResult{true, std::nullopt};
+            return WaitResult{WaitResult::Outcome::withdrawn, {}};
         }
         if (elapsed >= nextPoll) {
             if (nextPoll > kLastPollBefore) break;
@@ -107,7 +107,8 @@ WaitResult sendToVoxtrelAndWait(const VoxtrelRequest& request, const PollEnviron
                     platform::removeFile(files.messageFile);
                 }
                 platform::restoreDefaultSignals();
-                return WaitResult{false, std::move(reply)};
+                if (reply->empty()) return WaitResult{WaitResult::Outcome::unanswered, {}};
+                return WaitResult{WaitResult::Outcome::answered, std::move(*reply)};
             }
             // Someone else's file, or a link to one, is never the user's answer.
             if (!refusal.empty() && refusal != lastRefusal) {
@@ -126,7 +127,7 @@ WaitResult sendToVoxtrelAndWait(const VoxtrelRequest& request, const PollEnviron
     dismissAgent(request.sessionId);
     if (!request.fileKey) platform::removeFile(files.messageFile);
     platform::restoreDefaultSignals();
-    return WaitResult{false, std::nullopt};
+    return WaitResult{WaitResult::Outcome::unanswered, {}};
 }
 
 void dismissAgent(const std::string& sessionId) {

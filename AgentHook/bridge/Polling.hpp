@@ -33,11 +33,15 @@ struct VoxtrelRequest {
     std::optional<std::string> fileKey;
 };
 
+// How a wait ended. An empty response is no answer, everywhere.
 struct WaitResult {
-    // Withdrawn before an answer came: the caller exits 0 without output.
-    bool interrupted = false;
-    // The response file's text as read (not trimmed); absent on time-out.
-    std::optional<std::string> reply;
+    enum class Outcome {
+        answered,    // `reply` holds the response file's text as read (not trimmed, not empty)
+        unanswered,  // an empty response, or none within the wait: the agent decides
+        withdrawn,   // the request went away first: exit 0 without output
+    };
+    Outcome outcome = Outcome::unanswered;
+    std::string reply;
 };
 
 // Why a waiting request is moot ("the call was answered in the terminal"),

@@ -4,11 +4,6 @@
 
 namespace AgentHook {
 
-std::optional<std::string> answerOf(const WaitResult& result) {
-    if (result.interrupted || !result.reply || result.reply->empty()) return std::nullopt;
-    return result.reply;
-}
-
 PermissionReply readPermissionReply(std::string_view reply) {
     PermissionReply read;
     read.normalized = text::lowercased(text::trimmed(reply));

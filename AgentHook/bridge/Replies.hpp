@@ -12,9 +12,6 @@
 
 namespace AgentHook {
 
-// The reply when the app gave one that is not empty.
-std::optional<std::string> answerOf(const WaitResult& result);
-
 enum class PermissionWord { allow, deny, bypass, always, other };
 
 struct PermissionReply {

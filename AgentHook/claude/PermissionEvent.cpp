@@ -69,13 +69,16 @@ int handlePermissionRequestEvent(const HookInput& input) {
     std::string body = requestBody(input, details, pass);
     const WaitResult result = askVoxtrel(input, RequestStatus::permission, std::move(details.summary), std::move(body),
                                          Watch::toolCall, pass);
-    if (result.interrupted) return 0;
-    const std::optional<std::string> reply = answerOf(result);
-    if (!reply) {
-        logPermissionDismissed(input.sessionId);
-        return 0;
+    switch (result.outcome) {
+        case WaitResult::Outcome::withdrawn:
+            return 0;
+        case WaitResult::Outcome::unanswered:
+            logPermissionDismissed(input.sessionId);
+            return 0;
+        case WaitResult::Outcome::answered:
+            break;
     }
-    emitPermissionDecision(resolvePermissionDecisionFromResponse(*reply, input.sessionId, input.toolName,
+    emitPermissionDecision(resolvePermissionDecisionFromResponse(result.reply, input.sessionId, input.toolName,
                                                                  input.permissionSuggestions, input.cwd));
     return 0;
 }

@@ -27,13 +27,16 @@ int handleExitPlanModePermission(const HookInput& input) {
 
     const WaitResult result = askVoxtrel(input, RequestStatus::question, "Review implementation plan", std::move(*body),
                                          Watch::toolCall);
-    if (result.interrupted) return 0;
-    const std::optional<std::string> reply = answerOf(result);
-    if (!reply) {
-        log("ExitPlanMode: no response, yielding to TUI");
-        return 0;
+    switch (result.outcome) {
+        case WaitResult::Outcome::withdrawn:
+            return 0;
+        case WaitResult::Outcome::unanswered:
+            log("ExitPlanMode: no response, yielding to TUI");
+            return 0;
+        case WaitResult::Outcome::answered:
+            break;
     }
-    emitPermissionDecision(resolveExitPlanModeResponse(*reply));
+    emitPermissionDecision(resolveExitPlanModeResponse(result.reply));
     return 0;
 }
 

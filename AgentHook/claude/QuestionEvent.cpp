@@ -29,13 +29,16 @@ int handlePreAskUserQuestionToolUseEvent(const HookInput& input) {
 
     const WaitResult result =
         askVoxtrel(input, RequestStatus::question, data.questions.front().question, std::move(*body), Watch::nothing);
-    if (result.interrupted) return 0;
-    const std::optional<std::string> reply = answerOf(result);
-    if (!reply) {
-        emitPreToolUseDecision(PreToolUseDecision::ask, std::nullopt);
-        return 0;
+    switch (result.outcome) {
+        case WaitResult::Outcome::withdrawn:
+            return 0;
+        case WaitResult::Outcome::unanswered:
+            emitPreToolUseDecision(PreToolUseDecision::ask, std::nullopt);
+            return 0;
+        case WaitResult::Outcome::answered:
+            break;
     }
-    emitPreToolUseDecision(PreToolUseDecision::allow, answeredToolInput(data.questions, *reply));
+    emitPreToolUseDecision(PreToolUseDecision::allow, answeredToolInput(data.questions, result.reply));
     return 0;
 }
 

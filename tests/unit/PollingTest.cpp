@@ -84,7 +84,7 @@ TEST_F(Polling, ReturnsTheAnswerVerbatimAndCleansUpByKey) {
         const WaitResult result = roundTrip([&](double elapsed) {
             if (elapsed == c.answerAt) testsupport::writeText(paths.responseFile, "allow\n");
         });
-        EXPECT_FALSE(result.interrupted);
+        EXPECT_EQ(result.outcome, WaitResult::Outcome::answered);
         EXPECT_EQ(result.reply, "allow\n");
         EXPECT_EQ(elapsed_, c.takenAt);
         EXPECT_EQ(testsupport::exists(paths.messageFile), c.filesKept);
@@ -105,6 +105,17 @@ TEST_F(Polling, AStaleAnswerIsRemovedBeforeTheAppIsTold) {
     EXPECT_EQ(result.reply, "fresh");
 }
 
+// An empty response is no answer; a blank one is an answer (its words are
+// the user's).
+TEST_F(Polling, AnEmptyResponseIsNoAnswer) {
+    for (const std::string& response : {std::string(), std::string(" ")}) {
+        const RequestFiles paths = files();
+        const WaitResult result = roundTrip([&](double) { testsupport::writeText(paths.responseFile, response); });
+        EXPECT_EQ(result.outcome, response.empty() ? WaitResult::Outcome::unanswered : WaitResult::Outcome::answered);
+        EXPECT_EQ(result.reply, response);
+    }
+}
+
 TEST_F(Polling, AnAnswerThatIsNotUtf8IsReadAgainLater) {
     const RequestFiles paths = files();
     const WaitResult result = roundTrip([&](double elapsed) {
@@ -118,8 +129,7 @@ TEST_F(Polling, TimesOutAfterThirtyMinutesAndDismisses) {
     for (const std::optional<std::string>& key : {std::optional<std::string>{}, std::optional<std::string>{"stop"}}) {
         request_.fileKey = key;
         const WaitResult result = roundTrip([](double) {});
-        EXPECT_FALSE(result.reply);
-        EXPECT_FALSE(result.interrupted);
+        EXPECT_EQ(result.outcome, WaitResult::Outcome::unanswered);
         EXPECT_EQ(elapsed_, 1800);
         EXPECT_EQ(longestWait_, 0.25);
         EXPECT_EQ(testsupport::exists(files().messageFile), key.has_value());
@@ -169,8 +179,7 @@ TEST_F(Polling, ARequestNobodyCanAnswerIsWithdrawnAtTheNextQuarterSecond) {
                 if (sessionMovedOn) return "Answered in the terminal";
                 return std::nullopt;
             });
-        EXPECT_TRUE(result.interrupted);
-        EXPECT_FALSE(result.reply);
+        EXPECT_EQ(result.outcome, WaitResult::Outcome::withdrawn);
         EXPECT_EQ(elapsed_, 100.5);
         EXPECT_NE(scratchLog().find(c.reason + " \xE2\x80\x94 dismissing session=s1 and exiting\n"), std::string::npos)
             << c.reason;

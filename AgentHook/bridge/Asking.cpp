@@ -9,21 +9,10 @@
 namespace AgentHook {
 
 WaitResult askApp(AppRequest request) {
-    const ProjectInfo project = getProjectInfo(request.cwd);
-    VoxtrelRequest voxtrel;
-    voxtrel.agent = request.agent;
-    voxtrel.status = std::string(request.status);
-    voxtrel.sessionId = std::move(request.sessionId);
-    voxtrel.summary = std::move(request.summary);
-    voxtrel.fullMessage = std::move(request.fullMessage);
-    voxtrel.cwd = std::move(request.cwd);
-    voxtrel.projectName = project.projectName;
-    voxtrel.gitBranch = project.gitBranch;
-    voxtrel.title = std::move(request.title);
-    voxtrel.fileKey = std::move(request.fileKey);
-    PollEnvironment environment = defaultPollEnvironment();
-    environment.movedOn = std::move(request.movedOn);
-    return sendToVoxtrelAndWait(voxtrel, environment);
+    ProjectInfo project = getProjectInfo(request.cwd);
+    request.projectName = std::move(project.projectName);
+    request.gitBranch = std::move(project.gitBranch);
+    return sendToVoxtrelAndWait(request);
 }
 
 bool relayFinishedTurn(Agent agent, const std::string& sessionId, const std::string& cwd, std::string finalMessage,
@@ -34,8 +23,15 @@ bool relayFinishedTurn(Agent agent, const std::string& sessionId, const std::str
     if (finalMessage.empty()) return false;
     if (mayAsk && !mayAsk()) return false;
     log("Stop: notifying voxtrel with final message");
-    AppRequest request{agent, RequestStatus::completed, sessionId, cwd, "Task complete", std::move(finalMessage),
-                       title ? title() : std::string(), "stop", std::move(movedOn)};
+    AppRequest request{.agent = agent,
+                       .status = std::string(RequestStatus::completed),
+                       .sessionId = sessionId,
+                       .cwd = cwd,
+                       .summary = "Task complete",
+                       .fullMessage = std::move(finalMessage),
+                       .title = title ? title() : std::string(),
+                       .fileKey = "stop",
+                       .movedOn = std::move(movedOn)};
     const WaitResult result = askApp(std::move(request));
     if (result.outcome != WaitResult::Outcome::answered) return false;
     emitStopHookDecision(result.reply);

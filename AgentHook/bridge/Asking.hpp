@@ -14,18 +14,8 @@
 
 namespace AgentHook {
 
-struct AppRequest {
-    Agent agent = Agent::claude;
-    std::string_view status;
-    std::string sessionId;
-    std::string cwd;
-    std::string summary;
-    std::string fullMessage;
-    std::string title;
-    std::optional<std::string> fileKey;
-    SessionWatch movedOn;
-};
 
+// Fills in the project and branch of the request's working directory and waits.
 WaitResult askApp(AppRequest request);
 
 // Logs the final message; an empty one ends the turn without the app, and

@@ -80,8 +80,12 @@ std::optional<PermissionResponse> askCommandPermission(Agent agent, const std::s
                                                        const std::string& cwd, const std::string& toolName,
                                                        const PermissionDetails& details) {
     if (isBypassActive(sessionId, toolName)) return PermissionResponse{PermissionResponse::Behavior::allow, std::nullopt};
-    AppRequest request{agent, RequestStatus::permission, sessionId, cwd, details.summary,
-                       commandPermissionBody(toolName, details), "", std::nullopt, {}};
+    AppRequest request{.agent = agent,
+                       .status = std::string(RequestStatus::permission),
+                       .sessionId = sessionId,
+                       .cwd = cwd,
+                       .summary = details.summary,
+                       .fullMessage = commandPermissionBody(toolName, details)};
     const WaitResult result = askApp(std::move(request));
     switch (result.outcome) {
         case WaitResult::Outcome::withdrawn:

@@ -20,10 +20,10 @@ constexpr int kLastPollBefore = 1799;
 constexpr double kWatchSeconds = 0.25;
 
 // Why the request must be withdrawn now, or nothing.
-std::optional<std::string> withdrawalReason(const PollEnvironment& environment) {
+std::optional<std::string> withdrawalReason(const AppRequest& request) {
     if (const int signal = platform::caughtSignal()) return std::string(platform::signalName(signal)) + " received";
     if (platform::standardOutputGone()) return std::string("Standard output hung up (the agent is gone)");
-    if (environment.movedOn) return environment.movedOn();
+    if (request.movedOn) return request.movedOn();
     return std::nullopt;
 }
 
@@ -48,7 +48,7 @@ RequestFiles requestFiles(const std::string& scratchDirectory, const std::string
     return files;
 }
 
-WaitResult sendToVoxtrelAndWait(const VoxtrelRequest& request, const PollEnvironment& environment) {
+WaitResult sendToVoxtrelAndWait(const AppRequest& request, const PollEnvironment& environment) {
     const std::string& directory = environment.scratchDirectory;
     platform::makePrivateDirectory(directory);
     const std::int32_t pid = static_cast<std::int32_t>(::getpid());
@@ -89,7 +89,7 @@ WaitResult sendToVoxtrelAndWait(const VoxtrelRequest& request, const PollEnviron
     int nextPoll = 0;
     std::string lastRefusal;
     for (;;) {
-        if (const std::optional<std::string> reason = withdrawalReason(environment)) {
+        if (const std::optional<std::string> reason = withdrawalReason(request)) {
             logTo(directory, *reason + " \xE2\x80\x94 dismissing session=" + request.sessionId + " and exiting");
             dismissAgent(request.sessionId);
             return WaitResult{WaitResult::Outcome::withdrawn, {}};

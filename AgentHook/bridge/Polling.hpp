@@ -19,19 +19,6 @@
 
 namespace AgentHook {
 
-struct VoxtrelRequest {
-    Agent agent = Agent::claude;
-    std::string status;
-    std::string sessionId;
-    std::string summary;
-    std::string fullMessage;
-    std::string cwd;
-    std::string projectName;
-    std::string gitBranch;
-    std::string title;
-    // Fixed file names across requests, left in place after the answer (Stop).
-    std::optional<std::string> fileKey;
-};
 
 // How a wait ended. An empty response is no answer, everywhere.
 struct WaitResult {
@@ -48,12 +35,29 @@ struct WaitResult {
 // or nothing while it still stands. Called every quarter second.
 using SessionWatch = std::function<std::optional<std::string>()>;
 
-// How the wait sleeps, what it watches and where the request files live;
-// tests replace them. `wait` may return early when something needs a look.
+// One request to the app, from the handler that asks to the payload: the
+// handler fills what it knows, askApp adds the project and the branch.
+struct AppRequest {
+    Agent agent = Agent::claude;
+    std::string status = {};  // "permission", "question", "completed"
+    std::string sessionId = {};
+    std::string cwd = {};
+    std::string summary = {};
+    std::string fullMessage = {};
+    std::string title = {};
+    // Fixed file names across requests, left in place after the answer (Stop).
+    std::optional<std::string> fileKey = {};
+    // What the adapter watches while the request waits.
+    SessionWatch movedOn = {};
+    std::string projectName = {};
+    std::string gitBranch = {};
+};
+
+// How the wait sleeps and where the request files live; tests replace
+// them. `wait` may return early when something needs a look.
 struct PollEnvironment {
     std::function<void(double seconds)> wait;
     std::string scratchDirectory{kScratchDirectory};
-    SessionWatch movedOn;
 };
 
 PollEnvironment defaultPollEnvironment();
@@ -67,7 +71,7 @@ struct RequestFiles {
 RequestFiles requestFiles(const std::string& scratchDirectory, const std::string& sessionId,
                           const std::string& fileKey);
 
-WaitResult sendToVoxtrelAndWait(const VoxtrelRequest& request,
+WaitResult sendToVoxtrelAndWait(const AppRequest& request,
                                 const PollEnvironment& environment = defaultPollEnvironment());
 
 // Withdraws whatever the app shows for the session.

@@ -33,8 +33,14 @@ std::string sessionTitle(const HookInput& input, const std::optional<TranscriptP
 WaitResult askVoxtrel(const HookInput& input, std::string_view status, std::string summary, std::string fullMessage,
                       Watch watch, const std::optional<TranscriptPass>& pass) {
     SessionWatch movedOn = transcriptWatch(input, watch);
-    return askApp(AppRequest{Agent::claude, status, input.sessionId, input.cwd, std::move(summary),
-                             std::move(fullMessage), sessionTitle(input, pass), std::nullopt, std::move(movedOn)});
+    return askApp(AppRequest{.agent = Agent::claude,
+                             .status = std::string(status),
+                             .sessionId = input.sessionId,
+                             .cwd = input.cwd,
+                             .summary = std::move(summary),
+                             .fullMessage = std::move(fullMessage),
+                             .title = sessionTitle(input, pass),
+                             .movedOn = std::move(movedOn)});
 }
 
 int handleStopEvent(const HookInput& input) {

@@ -42,7 +42,7 @@ protected:
     WaitResult roundTrip(std::function<void(double elapsed)> afterWait, SessionWatch watch = {}) {
         PollEnvironment poll;
         poll.scratchDirectory = scratch_;
-        poll.movedOn = std::move(watch);
+        request_.movedOn = std::move(watch);
         elapsed_ = 0;
         longestWait_ = 0;
         poll.wait = [&, afterWait](double seconds) {
@@ -62,7 +62,7 @@ protected:
     testsupport::HookEnvironment environment_;
     testsupport::ScopedVariables variables_;
     std::string scratch_;
-    VoxtrelRequest request_;
+    AppRequest request_;
     double elapsed_ = 0;
     double longestWait_ = 0;
 };

@@ -1,5 +1,7 @@
 #include "bridge/AgentInboxPayload.hpp"
 
+#include <iterator>
+
 #include <climits>
 
 #include "text/Json.hpp"
@@ -28,13 +30,16 @@ void forEachTextField(Payload& payload, Visit visit) {
 
 }  // namespace
 
-std::string_view agentRawValue(Agent agent) {
-    switch (agent) {
-        case Agent::claude: return "claude-code";
-        case Agent::codex: return "codex";
-        case Agent::grok: return "grok";
+std::optional<Agent> agentForCommandWord(std::string_view word) {
+    for (const AgentNames& names : kAgents) {
+        if (names.commandWord == word) return names.agent;
     }
-    return "claude-code";
+    return std::nullopt;
+}
+
+const AgentNames& namesOf(Agent agent) {
+    static_assert(std::size(kAgents) == 3, "one row per agent, in the enumeration's order");
+    return kAgents[static_cast<std::size_t>(agent)];
 }
 
 std::optional<std::string> encodeInboxPayload(const AgentInboxPayload& payload) {

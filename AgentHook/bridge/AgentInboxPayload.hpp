@@ -11,8 +11,27 @@ namespace AgentHook {
 
 enum class Agent { claude, codex, grok };
 
+// The one table of the agents: the word that names an agent on the command
+// line, its value in the app's payloads, and its name for people. The entry
+// point (entry/Dispatch.cpp) and agent-hook-setup read it.
+struct AgentNames {
+    Agent agent;
+    std::string_view commandWord;   // "claude"
+    std::string_view payloadValue;  // "claude-code"
+    std::string_view title;         // "Claude Code"
+};
+inline constexpr AgentNames kAgents[] = {
+    {Agent::claude, "claude", "claude-code", "Claude Code"},
+    {Agent::codex, "codex", "codex", "Codex CLI"},
+    {Agent::grok, "grok", "grok", "Grok CLI"},
+};
+
+// The agent a command word names (compared exactly), if any.
+std::optional<Agent> agentForCommandWord(std::string_view word);
+const AgentNames& namesOf(Agent agent);
+
 // "claude-code", "codex" or "grok".
-std::string_view agentRawValue(Agent agent);
+inline std::string_view agentRawValue(Agent agent) { return namesOf(agent).payloadValue; }
 
 namespace RequestStatus {
 inline constexpr std::string_view permission = "permission";

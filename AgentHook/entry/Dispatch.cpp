@@ -18,28 +18,32 @@ namespace AgentHook {
 
 namespace {
 
-int runAgent(const std::string& agent) {
+int runAgent(Agent agent) {
     // Files there are created by name; a directory another user made first,
     // or a link to elsewhere, would hand them our requests and answers.
     if (const std::optional<std::string> problem = platform::makePrivateDirectory(std::string(kScratchDirectory))) {
         platform::writeStandardError("agent-hook: " + *problem + "; leaving the decision to the agent\n");
         return 0;
     }
-    if (agent == "claude") return Claude::run();
-    if (agent == "codex") return Codex::run();
-    return Grok::run();
+    // Every agent of the table has its adapter: a new one fails to compile here (-Wswitch).
+    switch (agent) {
+        case Agent::claude: return Claude::run();
+        case Agent::codex: return Codex::run();
+        case Agent::grok: return Grok::run();
+    }
+    return 0;
 }
 
 }  // namespace
 
 int dispatch(int argc, const char* const* argv) {
-    const std::string agent = argc < 2 ? std::string() : text::lowercased(argv[1]);
-    if (agent == "claude" || agent == "codex" || agent == "grok") {
+    const std::optional<Agent> agent = argc < 2 ? std::nullopt : agentForCommandWord(text::lowercased(argv[1]));
+    if (agent) {
         // A reader that went away must not kill the hook in the middle of a write.
         std::signal(SIGPIPE, SIG_IGN);
         platform::keepStandardStreamsOpen();
         try {
-            return runAgent(agent);
+            return runAgent(*agent);
         } catch (const std::exception& error) {
             log(std::string("Internal error, leaving the decision to the agent: ") + error.what());
         } catch (...) {

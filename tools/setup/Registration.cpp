@@ -28,20 +28,14 @@ const std::vector<EventRegistration> kGrokEvents = {
     {"SessionEnd", nullptr},
 };
 
-struct AgentFacts {
-    const char* name;
-    const char* title;
-    const std::vector<EventRegistration>& events;
-};
-
-// In the order of the Agent enumeration.
-const AgentFacts kAgentFacts[] = {
-    {"claude", "Claude Code", kClaudeEvents},
-    {"codex", "Codex CLI", kCodexEvents},
-    {"grok", "Grok CLI", kGrokEvents},
-};
-
-const AgentFacts& factsOf(Agent agent) { return kAgentFacts[static_cast<std::size_t>(agent)]; }
+const std::vector<EventRegistration>& eventsOf(Agent agent) {
+    switch (agent) {
+        case Agent::claude: return kClaudeEvents;
+        case Agent::codex: return kCodexEvents;
+        case Agent::grok: return kGrokEvents;
+    }
+    return kClaudeEvents;
+}
 
 std::string homeOr(const char* variable, const char* fallback) {
     if (std::optional<std::string> value = platform::environmentValue(variable); value && !value->empty()) {
@@ -76,18 +70,13 @@ const std::vector<Agent>& allAgents() {
     return agents;
 }
 
-std::optional<Agent> agentNamed(std::string_view name) {
-    for (const Agent agent : allAgents()) {
-        if (name == agentName(agent)) return agent;
-    }
-    return std::nullopt;
-}
+std::optional<Agent> agentNamed(std::string_view name) { return agentForCommandWord(name); }
 
-const char* agentName(Agent agent) { return factsOf(agent).name; }
+const char* agentName(Agent agent) { return namesOf(agent).commandWord.data(); }
 
-const char* agentTitle(Agent agent) { return factsOf(agent).title; }
+const char* agentTitle(Agent agent) { return namesOf(agent).title.data(); }
 
-const std::vector<EventRegistration>& registeredEvents(Agent agent) { return factsOf(agent).events; }
+const std::vector<EventRegistration>& registeredEvents(Agent agent) { return eventsOf(agent); }
 
 std::string configurationPath(Agent agent, const std::optional<std::string>& project) {
     switch (agent) {

@@ -13,7 +13,7 @@ std::string inboxDirectory();
 
 // Writes a temporary beside "<UUID>.json" and moves it there. True when the final
 // file exists; failures are logged and leave no temporary file.
-bool writeInboxPayload(const AgentInboxPayload& payload);
+[[nodiscard]] bool writeInboxPayload(const AgentInboxPayload& payload);
 
 // Either app identifier ("com.brightloft.voxtrel", "com.brightloft.voxtrel.debug") running.
 bool isVoxtrelRunning();

@@ -50,7 +50,11 @@ RequestFiles requestFiles(const std::string& scratchDirectory, const std::string
 
 WaitResult sendToVoxtrelAndWait(const AppRequest& request, const PollEnvironment& environment) {
     const std::string& directory = environment.scratchDirectory;
-    platform::makePrivateDirectory(directory);
+    // The request files are created by name there: nowhere safe, no request.
+    if (const std::optional<std::string> problem = platform::makePrivateDirectory(directory)) {
+        log("Cannot send the request: " + *problem);
+        return WaitResult{WaitResult::Outcome::unanswered, {}};
+    }
     const std::int32_t pid = static_cast<std::int32_t>(::getpid());
     const std::string fileKey = request.fileKey.value_or(std::to_string(pid));
     const RequestFiles files = requestFiles(directory, request.sessionId, fileKey);

@@ -13,6 +13,8 @@ bool isApplicationRunning(const std::vector<std::string>& identifiers) {
     return anyNameHasOwner(address, identifiers).value_or(false);
 }
 
-void openUrl(const std::string& url) { startDetached("xdg-open", {url}); }
+// No xdg-open (a machine without a desktop) is no fault: the app is then not
+// on this machine to be woken, and the request waits in its inbox.
+void openUrl(const std::string& url) { static_cast<void>(startDetached("xdg-open", {url})); }
 
 }  // namespace AgentHook::platform

@@ -77,6 +77,7 @@ bool isApplicationRunning(const std::vector<std::string>& identifiers) {
     return running;
 }
 
-void openUrl(const std::string& url) { runAndWait("/usr/bin/open", {url}); }
+// An app that cannot be opened (not installed) leaves the request in its inbox.
+void openUrl(const std::string& url) { static_cast<void>(runAndWait("/usr/bin/open", {url})); }
 
 }  // namespace AgentHook::platform

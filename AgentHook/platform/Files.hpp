@@ -15,13 +15,13 @@ bool fileExists(const std::string& path);
 
 // Creates `path` and every missing parent. An existing directory is success;
 // on failure `error` (when given) receives the system's description.
-bool createDirectories(const std::string& path, std::string* error = nullptr);
+[[nodiscard]] bool createDirectories(const std::string& path, std::string* error = nullptr);
 
 // Creates `path` (its parent must exist) as a directory that only this user
 // can enter, or checks the one there: it must be a directory, not a symbolic
 // link, and this user's; a looser mode is tightened to 0700. What is wrong
 // with it, or nothing when it is fit to use.
-std::optional<std::string> makePrivateDirectory(const std::string& path);
+[[nodiscard]] std::optional<std::string> makePrivateDirectory(const std::string& path);
 
 // A file another program left for this user to read: opened without
 // following a link, and taken only when it is a regular file of this user's.
@@ -34,10 +34,10 @@ std::optional<std::string> readFile(const std::string& path);
 
 // Creates (or truncates) `path`, mode 0600 and never through a symbolic
 // link, and writes `bytes` to it.
-bool writeFile(const std::string& path, std::string_view bytes, std::string* error = nullptr);
+[[nodiscard]] bool writeFile(const std::string& path, std::string_view bytes, std::string* error = nullptr);
 
 // rename(2); `error` receives the system's description on failure.
-bool moveFile(const std::string& from, const std::string& to, std::string* error = nullptr);
+[[nodiscard]] bool moveFile(const std::string& from, const std::string& to, std::string* error = nullptr);
 
 // Removes a file (or an empty directory); errors are ignored.
 void removeFile(const std::string& path);
@@ -45,7 +45,7 @@ void removeFile(const std::string& path);
 // Appends `bytes` to `path` (created when missing, mode 0600; never through a
 // symbolic link) with a single write on a descriptor opened for appending, so
 // concurrent writers never interleave.
-bool appendToFile(const std::string& path, std::string_view bytes);
+[[nodiscard]] bool appendToFile(const std::string& path, std::string_view bytes);
 
 // The target of a symbolic link, as stored; nothing when `path` is not a link.
 std::optional<std::string> linkTarget(const std::string& path);

@@ -28,12 +28,12 @@ std::optional<CapturedRun> runCapturingOutput(const std::string& executable,
 // Runs `executable` (an absolute path) with its output on the null device and
 // waits for it, at most `limit`; a child still running then is left to run.
 // False when it cannot be started; its exit status is not kept.
-bool runAndWait(const std::string& executable, const std::vector<std::string>& arguments,
+[[nodiscard]] bool runAndWait(const std::string& executable, const std::vector<std::string>& arguments,
                 std::chrono::milliseconds limit = std::chrono::seconds(5));
 
 // Starts `program` (looked up on PATH) in a session of its own with all three
 // standard streams on the null device, and does not wait for it.
-bool startDetached(const std::string& program, const std::vector<std::string>& arguments);
+[[nodiscard]] bool startDetached(const std::string& program, const std::vector<std::string>& arguments);
 
 // Collects children that have exited, so a detached child leaves no zombie.
 void reapExitedChildren();

@@ -60,7 +60,8 @@ std::string readStandardInput() { return readAll(STDIN_FILENO).value_or(std::str
 
 bool writeStandardOutput(std::string_view bytes) { return writeAll(STDOUT_FILENO, bytes); }
 
-void writeStandardError(std::string_view bytes) { writeAll(STDERR_FILENO, bytes); }
+// Standard error that refuses a line leaves nowhere to say so: the line is also in the log file.
+void writeStandardError(std::string_view bytes) { static_cast<void>(writeAll(STDERR_FILENO, bytes)); }
 
 void keepStandardStreamsOpen() {
     for (int fd = 0; fd <= 2; ++fd) {

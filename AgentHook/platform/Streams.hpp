@@ -10,7 +10,7 @@ namespace AgentHook::platform {
 
 // Writes all of `bytes` (one write(2) unless the kernel takes less), retrying
 // on EINTR. False when the descriptor refuses the bytes.
-bool writeAll(int fd, std::string_view bytes);
+[[nodiscard]] bool writeAll(int fd, std::string_view bytes);
 
 // Reads `fd` to end of file; nothing when a read fails.
 std::optional<std::string> readAll(int fd);
@@ -21,7 +21,7 @@ bool waitUntilReady(int fd, short events, std::chrono::steady_clock::time_point 
 
 std::string readStandardInput();
 // False (errno set) when the reader is gone or the stream is closed.
-bool writeStandardOutput(std::string_view bytes);
+[[nodiscard]] bool writeStandardOutput(std::string_view bytes);
 void writeStandardError(std::string_view bytes);
 
 // Opens the null device on any of the three standard descriptors that is

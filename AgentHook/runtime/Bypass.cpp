@@ -15,7 +15,9 @@ bool isBypassActive(const std::string& sessionId, const std::string& toolName) {
 }
 
 void enableBypass(const std::string& sessionId) {
-    platform::writeFile(bypassMarkerPath(sessionId), "");
+    const std::string path = bypassMarkerPath(sessionId);
+    // The call itself is still allowed; later ones will be asked about again.
+    if (std::string error; !platform::writeFile(path, "", &error)) log("Failed to write " + path + ": " + error);
 }
 
 }  // namespace AgentHook

@@ -17,7 +17,7 @@ WaitResult askApp(AppRequest request) {
 
 bool relayFinishedTurn(Agent agent, const std::string& sessionId, const std::string& cwd, std::string finalMessage,
                        const std::function<std::string()>& title, SessionWatch movedOn,
-                       const std::function<bool()>& mayAsk) {
+                       const std::function<bool()>& mayAsk, std::string watchedFile) {
     log("Stop: finalMessage (" + std::to_string(text::characterCount(finalMessage)) +
         " chars): " + std::string(text::characterPrefix(finalMessage, 200)));
     if (finalMessage.empty()) return false;
@@ -31,7 +31,8 @@ bool relayFinishedTurn(Agent agent, const std::string& sessionId, const std::str
                        .fullMessage = std::move(finalMessage),
                        .title = title ? title() : std::string(),
                        .fileKey = "stop",
-                       .movedOn = std::move(movedOn)};
+                       .movedOn = std::move(movedOn),
+                       .watchedFile = std::move(watchedFile)};
     const WaitResult result = askApp(std::move(request));
     if (result.outcome != WaitResult::Outcome::answered) return false;
     emitStopHookDecision(result.reply);

@@ -23,7 +23,7 @@ WaitResult askApp(AppRequest request);
 // when the app is asked. True when a block decision went out.
 bool relayFinishedTurn(Agent agent, const std::string& sessionId, const std::string& cwd, std::string finalMessage,
                        const std::function<std::string()>& title, SessionWatch movedOn = {},
-                       const std::function<bool()>& mayAsk = {});
+                       const std::function<bool()>& mayAsk = {}, std::string watchedFile = {});
 
 // The line every permission handler logs when the app gave no answer.
 void logPermissionDismissed(const std::string& sessionId);

@@ -5,6 +5,8 @@
 
 #include "bridge/Inbox.hpp"
 #include "platform/AtomicFile.hpp"
+#include "platform/Clock.hpp"
+#include "platform/FileEvents.hpp"
 #include "platform/Files.hpp"
 #include "platform/Process.hpp"
 #include "platform/Signals.hpp"
@@ -31,10 +33,12 @@ std::optional<std::string> withdrawalReason(const AppRequest& request) {
 
 PollEnvironment defaultPollEnvironment() {
     PollEnvironment environment;
-    environment.wait = [](double seconds) {
-        platform::waitForWakeup(seconds);
+    environment.wait = [](double seconds, int fileEvents) {
+        const double start = platform::steadySeconds();
+        platform::waitForWakeup(seconds, fileEvents);
         // xdg-open, started detached for a wake-up, must not stay a zombie.
         platform::reapExitedChildren();
+        return std::min(seconds, platform::steadySeconds() - start);
     };
     return environment;
 }
@@ -88,10 +92,50 @@ WaitResult sendToVoxtrelAndWait(const AppRequest& request, const PollEnvironment
     platform::catchTerminationSignals();
     deliverToVoxtrel(payload);
 
-    // Times are counted, not read from a clock, so tests drive the schedule.
+    // Between the polls of the schedule the wait sleeps on the response file's
+    // directory and the adapter's file (the transcript): an answer or a sign
+    // that the session moved on is seen at once, not at the next look.
+    platform::FileEvents events;
+    std::string eventsError;
+    if (environment.fileNotifications &&
+        (!events.addDirectory(directory, &eventsError) ||
+         (!request.watchedFile.empty() && !events.addFile(request.watchedFile, &eventsError)))) {
+        logTo(directory, "No file notifications (" + eventsError + "); looking on the schedule only");
+    }
+    const std::string responseName = files.responseFile.substr(directory.size() + 1);
+
+    std::string lastRefusal;
+    // The answer when the response file holds one now. Between the polls of
+    // the schedule an empty file may be one still being written: only a
+    // scheduled poll takes it as the empty answer.
+    const auto answer = [&](bool scheduled) -> std::optional<WaitResult> {
+        std::string refusal;
+        std::optional<std::string> reply = platform::readOwnFile(files.responseFile, refusal);
+        // A half-written or non-UTF-8 answer is read again later.
+        if (reply && text::isValidUtf8(*reply) && (scheduled || !reply->empty())) {
+            logTo(directory, "Poll got response (" + std::to_string(text::characterCount(*reply)) +
+                                 " chars) for session=" + request.sessionId + " requestId=" + files.requestId);
+            if (!request.fileKey) {
+                platform::removeFile(files.responseFile);
+                platform::removeFile(files.messageFile);
+            }
+            platform::restoreDefaultSignals();
+            if (reply->empty()) return WaitResult{WaitResult::Outcome::unanswered, {}};
+            return WaitResult{WaitResult::Outcome::answered, std::move(*reply)};
+        }
+        // Someone else's file, or a link to one, is never the user's answer.
+        if (!refusal.empty() && refusal != lastRefusal) {
+            logTo(directory, "Ignoring response file " + files.responseFile + ": " + refusal);
+        }
+        lastRefusal = std::move(refusal);
+        return std::nullopt;
+    };
+
+    // The schedule's times are counted from what each wait reports, so tests
+    // drive it without waiting.
     double elapsed = 0;
     int nextPoll = 0;
-    std::string lastRefusal;
+    bool responseTouched = false;
     for (;;) {
         if (const std::optional<std::string> reason = withdrawalReason(request)) {
             logTo(directory, *reason + " \xE2\x80\x94 dismissing session=" + request.sessionId + " and exiting");
@@ -100,30 +144,15 @@ WaitResult sendToVoxtrelAndWait(const AppRequest& request, const PollEnvironment
         }
         if (elapsed >= nextPoll) {
             if (nextPoll > kLastPollBefore) break;
-            std::string refusal;
-            std::optional<std::string> reply = platform::readOwnFile(files.responseFile, refusal);
-            // A half-written or non-UTF-8 answer is read again at the next poll.
-            if (reply && text::isValidUtf8(*reply)) {
-                logTo(directory, "Poll got response (" + std::to_string(text::characterCount(*reply)) +
-                                     " chars) for session=" + request.sessionId + " requestId=" + files.requestId);
-                if (!request.fileKey) {
-                    platform::removeFile(files.responseFile);
-                    platform::removeFile(files.messageFile);
-                }
-                platform::restoreDefaultSignals();
-                if (reply->empty()) return WaitResult{WaitResult::Outcome::unanswered, {}};
-                return WaitResult{WaitResult::Outcome::answered, std::move(*reply)};
-            }
-            // Someone else's file, or a link to one, is never the user's answer.
-            if (!refusal.empty() && refusal != lastRefusal) {
-                logTo(directory, "Ignoring response file " + files.responseFile + ": " + refusal);
-            }
-            lastRefusal = std::move(refusal);
+            if (std::optional<WaitResult> result = answer(true)) return std::move(*result);
             nextPoll += nextPoll < kFastPhaseSeconds ? 1 : 10;
+        } else if (responseTouched) {
+            if (std::optional<WaitResult> result = answer(false)) return std::move(*result);
         }
         const double pause = std::min(kWatchSeconds, nextPoll - elapsed);
-        environment.wait(pause);
-        elapsed += pause;
+        elapsed += environment.wait(pause, events.descriptor());
+        responseTouched = false;
+        for (const std::string& name : events.take()) responseTouched = responseTouched || name.empty() || name == responseName;
     }
 
     logTo(directory, "Poll timeout after " + std::to_string(nextPoll) + "s for session=" + request.sessionId +

@@ -47,16 +47,22 @@ struct AppRequest {
     std::string title = {};
     // Fixed file names across requests, left in place after the answer (Stop).
     std::optional<std::string> fileKey = {};
-    // What the adapter watches while the request waits.
+    // What the adapter watches while the request waits, and the file whose
+    // changes should wake the wait to look ("" for none).
     SessionWatch movedOn = {};
+    std::string watchedFile = {};
     std::string projectName = {};
     std::string gitBranch = {};
 };
 
 // How the wait sleeps and where the request files live; tests replace
-// them. `wait` may return early when something needs a look.
+// them. `wait` sleeps up to `seconds`, waking early for a signal, the agent
+// hanging up or the descriptor of file events (-1: none) becoming readable,
+// and returns the seconds it slept.
 struct PollEnvironment {
-    std::function<void(double seconds)> wait;
+    std::function<double(double seconds, int fileEvents)> wait;
+    // Off: the schedule of looks alone, as where no notification can be had.
+    bool fileNotifications = true;
     std::string scratchDirectory{kScratchDirectory};
 };
 

@@ -13,6 +13,11 @@
 
 namespace AgentHook::Claude {
 
+// Hooks answered "always" at once each wait their turn to merge their rules:
+// long enough for many writes of a large file, and the agent waits for
+// nothing else meanwhile.
+constexpr double kRulesLockSeconds = 30;
+
 using text::Json;
 
 namespace {
@@ -63,7 +68,11 @@ void writeAlwaysAllowFlag(const std::string& sessionId, const std::string& toolN
     std::string error;
     bool written = false;
     {
-        const platform::DirectoryLock lock{std::string(kScratchDirectory)};
+        const platform::DirectoryLock lock{std::string(kScratchDirectory), kRulesLockSeconds};
+        if (!lock.locked()) {
+            log("Always-allow: cannot lock the rules of " + path + " (another hook holds them); rules not kept");
+            return;
+        }
         std::optional<std::string> old = platform::readFile(path);
         if (old && !text::isValidUtf8(*old)) old.reset();
         written = platform::writeFileAtomically(path, mergedAutoAcceptText(old, added), &error);
@@ -129,7 +138,12 @@ void persistAllowRules(const std::string& cwd, const std::vector<std::string>& r
         return;
     }
     const std::string target = platform::followLinks(path);
-    const platform::DirectoryLock lock(target.substr(0, target.rfind('/')));
+    const platform::DirectoryLock lock(target.substr(0, target.rfind('/')), kRulesLockSeconds);
+    // Never written without the lock: another hook's rules would be lost.
+    if (!lock.locked()) {
+        log("Always-allow: cannot lock " + path + " (another hook holds it); left as it was");
+        return;
+    }
     std::string settings;
     if (platform::fileExists(target)) {
         std::optional<std::string> read = platform::readFile(target);

@@ -40,7 +40,8 @@ WaitResult askVoxtrel(const HookInput& input, std::string_view status, std::stri
                              .summary = std::move(summary),
                              .fullMessage = std::move(fullMessage),
                              .title = sessionTitle(input, pass),
-                             .movedOn = std::move(movedOn)});
+                             .movedOn = std::move(movedOn),
+                             .watchedFile = watch == Watch::nothing ? std::string() : input.transcriptPath.value_or("")});
 }
 
 int handleStopEvent(const HookInput& input) {
@@ -60,7 +61,7 @@ int handleStopEvent(const HookInput& input) {
     };
     if (relayFinishedTurn(Agent::claude, input.sessionId, input.cwd, std::move(finalMessage),
                           [&] { return sessionTitle(input, pass); }, transcriptWatch(input, Watch::queuedPrompt),
-                          mayAsk)) {
+                          mayAsk, input.transcriptPath.value_or(""))) {
         recordStopBlock(directory, input.sessionId, blocks + 1);
     }
     return 0;

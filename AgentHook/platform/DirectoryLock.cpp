@@ -10,14 +10,14 @@
 namespace AgentHook::platform {
 
 namespace {
-constexpr int kAttempts = 400;
 constexpr double kPauseSeconds = 0.005;
 }  // namespace
 
-DirectoryLock::DirectoryLock(const std::string& directory) {
+DirectoryLock::DirectoryLock(const std::string& directory, double seconds) {
     fd_ = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd_ < 0) return;
-    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    const int attempts = static_cast<int>(seconds / kPauseSeconds);
+    for (int attempt = 0; attempt <= attempts; ++attempt) {
         if (::flock(fd_, LOCK_EX | LOCK_NB) == 0) {
             locked_ = true;
             return;

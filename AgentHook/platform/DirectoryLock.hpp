@@ -9,10 +9,10 @@ namespace AgentHook::platform {
 
 class DirectoryLock {
 public:
-    // Waits up to about two seconds for the exclusive lock on `directory`.
-    // When it cannot be had, locked() is false and the caller goes on without
-    // it: a stuck process must never block the agent.
-    explicit DirectoryLock(const std::string& directory);
+    // Waits up to `seconds` for the exclusive lock on `directory`. When it
+    // cannot be had, locked() is false and the caller decides: a stuck
+    // process must never block the agent for ever.
+    explicit DirectoryLock(const std::string& directory, double seconds = 2.0);
     DirectoryLock(const DirectoryLock&) = delete;
     DirectoryLock& operator=(const DirectoryLock&) = delete;
     ~DirectoryLock();

@@ -70,16 +70,16 @@ void restoreDefaultSignals() {
     for (const int signal : kSignals) std::signal(signal, SIG_DFL);
 }
 
-void waitForWakeup(double seconds) {
+void waitForWakeup(double seconds, int descriptor) {
     if (caught != 0) return;
-    pollfd watched[2] = {{wakePipe[0], POLLIN, 0}, {-1, 0, 0}};
+    pollfd watched[3] = {{wakePipe[0], POLLIN, 0}, {-1, 0, 0}, {descriptor, POLLIN, 0}};
     // Only a socket or a pipe can hang up; a terminal or a file never means the agent left.
     if (standardOutputCanHangUp()) watched[1].fd = STDOUT_FILENO;
     const double deadline = steadySeconds() + seconds;
     for (;;) {
         const double left = deadline - steadySeconds();
         if (left <= 0) return;
-        const int ready = ::poll(watched, 2, static_cast<int>(left * 1000) + 1);
+        const int ready = ::poll(watched, 3, static_cast<int>(left * 1000) + 1);
         if (ready != 0 && !(ready < 0 && errno == EINTR)) return;
         if (caught != 0) return;
     }

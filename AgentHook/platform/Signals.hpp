@@ -18,8 +18,8 @@ const char* signalName(int signal);
 // The three signals get the system's default disposition back.
 void restoreDefaultSignals();
 
-// Sleeps up to `seconds`, ending early when a signal is caught or when
-// standard output hangs up.
-void waitForWakeup(double seconds);
+// Sleeps up to `seconds`, ending early when a signal is caught, when
+// standard output hangs up, or when `descriptor` (unless -1) is readable.
+void waitForWakeup(double seconds, int descriptor = -1);
 
 }  // namespace AgentHook::platform

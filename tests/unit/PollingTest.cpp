@@ -39,16 +39,19 @@ protected:
 
     // Runs the round trip without waiting; `afterWait` is called with the
     // seconds counted so far each time the loop would have waited.
-    WaitResult roundTrip(std::function<void(double elapsed)> afterWait, SessionWatch watch = {}) {
+    WaitResult roundTrip(std::function<void(double elapsed)> afterWait, SessionWatch watch = {},
+                         bool notifications = false) {
         PollEnvironment poll;
         poll.scratchDirectory = scratch_;
+        poll.fileNotifications = notifications;
         request_.movedOn = std::move(watch);
         elapsed_ = 0;
         longestWait_ = 0;
-        poll.wait = [&, afterWait](double seconds) {
+        poll.wait = [&, afterWait](double seconds, int) {
             elapsed_ += seconds;
             longestWait_ = std::max(longestWait_, seconds);
             afterWait(elapsed_);
+            return seconds;
         };
         return sendToVoxtrelAndWait(request_, poll);
     }
@@ -91,6 +94,21 @@ TEST_F(Polling, ReturnsTheAnswerVerbatimAndCleansUpByKey) {
         EXPECT_EQ(testsupport::exists(paths.responseFile), c.filesKept);
         EXPECT_NE(scratchLog().find("Poll got response (6 chars) for session=s1 requestId=" + paths.requestId + "\n"),
                   std::string::npos);
+    }
+}
+
+// With notifications the answer is taken as soon as it is written, between
+// the polls of the schedule.
+TEST_F(Polling, AnAnswerWakesTheWait) {
+    for (const double answerAt : {0.25, 0.75, 300.25}) {
+        const RequestFiles paths = files();
+        const WaitResult result = roundTrip(
+            [&](double elapsed) {
+                if (elapsed == answerAt) testsupport::writeText(paths.responseFile, "allow");
+            },
+            {}, true);
+        EXPECT_EQ(result.reply, "allow");
+        EXPECT_EQ(elapsed_, answerAt);
     }
 }
 

@@ -5,7 +5,7 @@
 set -euo pipefail
 
 packages=(
-  cmake g++ git pkg-config
+  cmake g++ git pkg-config lld
   nlohmann-json3-dev libutf8proc-dev uuid-dev libmd-dev libdbus-1-dev libboost-url1.81-dev
   dbus-daemon
   googletest libgtest-dev libgmock-dev

@@ -1,6 +1,7 @@
 #include "claude/ClaudeEvents.hpp"
 
 #include "bridge/Asking.hpp"
+#include "bridge/EventTable.hpp"
 #include "claude/SessionTitle.hpp"
 #include "claude/StopBlocks.hpp"
 #include "claude/TranscriptFile.hpp"
@@ -79,31 +80,40 @@ int handleAskUserQuestionPermission(const HookInput& input) {
     return 0;
 }
 
-int routeEvent(const HookInput& input) {
-    const std::optional<std::string>& name = input.hookEventName;
-    if (name == "Stop") return handleStopEvent(input);
-    if (name == "Notification") {
-        log("Notification type: " + input.notificationType.value_or("nil") + ", skipping");
-        return 0;
-    }
-    if (name == "PreToolUse") return handlePreAskUserQuestionToolUseEvent(input);
-    if (name == "PermissionRequest") {
-        if (input.toolName == "AskUserQuestion") return handleAskUserQuestionPermission(input);
-        if (input.toolName == "ExitPlanMode") return handleExitPlanModePermission(input);
-        return handlePermissionRequestEvent(input);
-    }
-    if (name == "UserPromptSubmit") {
-        dismissAgent(input.sessionId);
-        return 0;
-    }
+int handleNotification(const HookInput& input) {
+    log("Notification type: " + input.notificationType.value_or("nil") + ", skipping");
+    return 0;
+}
+
+int handlePermissionRequest(const HookInput& input) {
+    if (input.toolName == "AskUserQuestion") return handleAskUserQuestionPermission(input);
+    if (input.toolName == "ExitPlanMode") return handleExitPlanModePermission(input);
+    return handlePermissionRequestEvent(input);
+}
+
+int handleUnknownEvent(const HookInput& input) {
     log("Unknown event, defaulting to Stop handler");
     return handleStopEvent(input);
 }
+
+// In the order agent-hook-setup writes them.
+constexpr EventRoute<HookInput> kRoutes[] = {
+    {"Stop", Registered::yes, nullptr, handleStopEvent},
+    {"UserPromptSubmit", Registered::yes, nullptr, dismissSession<HookInput>},
+    {"PermissionRequest", Registered::yes, "*", handlePermissionRequest},
+    {"PreToolUse", Registered::yes, "AskUserQuestion", handlePreAskUserQuestionToolUseEvent},
+    {"Notification", Registered::yes, nullptr, handleNotification},
+};
+constexpr EventTable<HookInput> kEvents{Agent::claude, kRoutes, false, handleUnknownEvent};
 
 std::optional<HookInput> decode(std::string_view bytes) { return decodeHookInput(bytes, platform::unixSeconds()); }
 
 }  // namespace
 
-int run() { return runHook("claude", decode, routeEvent); }
+int run() {
+    return runHook("claude", decode, [](const HookInput& input) { return routeEvent(kEvents, input); });
+}
+
+std::vector<EventRegistration> registeredEvents() { return registrationsOf(kEvents); }
 
 }  // namespace AgentHook::Claude

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "bridge/EventTable.hpp"
 #include "bridge/Polling.hpp"
 #include "claude/ClaudeHookInput.hpp"
 #include "claude/TranscriptFile.hpp"
@@ -14,6 +15,9 @@ namespace AgentHook::Claude {
 
 // The whole life of `agent-hook claude`.
 int run();
+
+// What agent-hook-setup registers, read from the router's own table.
+std::vector<EventRegistration> registeredEvents();
 
 int handleStopEvent(const HookInput& input);
 int handlePermissionRequestEvent(const HookInput& input);

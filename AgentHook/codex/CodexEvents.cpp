@@ -1,6 +1,7 @@
 #include "codex/CodexEvents.hpp"
 
 #include "bridge/Asking.hpp"
+#include "bridge/EventTable.hpp"
 #include "platform/Clock.hpp"
 #include "runtime/Decisions.hpp"
 #include "runtime/Logging.hpp"
@@ -29,34 +30,25 @@ int handlePermissionRequest(const HookInput& input) {
 
 namespace {
 
-int routeEvent(const HookInput& input) {
-    if (!input.hookEventName) {
-        log("Unknown codex event nil, exiting");
-        return 0;
-    }
-    const std::string& name = *input.hookEventName;
-    if (name == "Stop") return handleStop(input);
-    if (name == "UserPromptSubmit") {
-        dismissAgent(input.sessionId);
-        return 0;
-    }
-    if (name == "SessionStart") {
-        log("SessionStart: source=" + input.source.value_or("nil") + ", no-op");
-        return 0;
-    }
-    if (name == "PermissionRequest") return handlePermissionRequest(input);
-    if (name == "PreToolUse" || name == "PostToolUse") {
-        log(name + " not yet handled for codex, passing through");
-        return 0;
-    }
-    log("Unknown codex event " + name + ", exiting");
-    return 0;
-}
+// In the order agent-hook-setup writes them.
+constexpr EventRoute<HookInput> kRoutes[] = {
+    {"Stop", Registered::yes, nullptr, handleStop},
+    {"UserPromptSubmit", Registered::yes, nullptr, dismissSession<HookInput>},
+    {"PermissionRequest", Registered::yes, nullptr, handlePermissionRequest},
+    {"SessionStart", Registered::no, nullptr, ignoreSessionStart<HookInput>},
+    {"PreToolUse", Registered::no, nullptr, nullptr},
+    {"PostToolUse", Registered::no, nullptr, nullptr},
+};
+constexpr EventTable<HookInput> kEvents{Agent::codex, kRoutes, false, exitOnUnknownEvent<Agent::codex, HookInput>};
 
 std::optional<HookInput> decode(std::string_view bytes) { return decodeHookInput(bytes, platform::unixSeconds()); }
 
 }  // namespace
 
-int run() { return runHook("codex", decode, routeEvent); }
+int run() {
+    return runHook("codex", decode, [](const HookInput& input) { return routeEvent(kEvents, input); });
+}
+
+std::vector<EventRegistration> registeredEvents() { return registrationsOf(kEvents); }
 
 }  // namespace AgentHook::Codex

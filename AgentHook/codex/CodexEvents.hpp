@@ -5,12 +5,16 @@
 
 #include <string>
 
+#include "bridge/EventTable.hpp"
 #include "codex/CodexHookInput.hpp"
 
 namespace AgentHook::Codex {
 
 // The whole life of `agent-hook codex`.
 int run();
+
+// What agent-hook-setup registers, read from the router's own table.
+std::vector<EventRegistration> registeredEvents();
 
 int handleStop(const HookInput& input);
 int handlePermissionRequest(const HookInput& input);

@@ -1,6 +1,7 @@
 #include "grok/GrokEvents.hpp"
 
 #include "bridge/Asking.hpp"
+#include "bridge/EventTable.hpp"
 #include "grok/GrokTranscript.hpp"
 #include "platform/Clock.hpp"
 #include "platform/Environment.hpp"
@@ -63,35 +64,26 @@ int handlePreToolUse(const HookInput& input) {
 
 namespace {
 
-int routeEvent(const HookInput& input) {
-    if (!input.hookEventName) {
-        log("Unknown grok event nil, exiting");
-        return 0;
+int handlePermissionRequest(const HookInput& input) {
+    if (const std::optional<PermissionResponse> response = requestPermissionDecision(input)) {
+        emitPermissionDecision(*response);
     }
-    const std::string name = normalizedEventName(*input.hookEventName);
-    if (name == "stop") return handleStop(input);
-    if (name == "userpromptsubmit" || name == "sessionend") {
-        dismissAgent(input.sessionId);
-        return 0;
-    }
-    if (name == "sessionstart") {
-        log("SessionStart: source=" + input.source.value_or("nil") + ", no-op");
-        return 0;
-    }
-    if (name == "pretooluse") return handlePreToolUse(input);
-    if (name == "permissionrequest") {
-        if (const std::optional<PermissionResponse> response = requestPermissionDecision(input)) {
-            emitPermissionDecision(*response);
-        }
-        return 0;
-    }
-    if (name == "posttooluse") {
-        log("PostToolUse not yet handled for grok, passing through");
-        return 0;
-    }
-    log("Unknown grok event " + *input.hookEventName + ", exiting");
     return 0;
 }
+
+// In the order agent-hook-setup writes them. PreToolUse without a matcher:
+// Grok defines no wildcard and reads a matcher as tool names, while an entry
+// without one runs for every tool.
+constexpr EventRoute<HookInput> kRoutes[] = {
+    {"Stop", Registered::yes, nullptr, handleStop},
+    {"UserPromptSubmit", Registered::yes, nullptr, dismissSession<HookInput>},
+    {"PreToolUse", Registered::yes, nullptr, handlePreToolUse},
+    {"SessionEnd", Registered::yes, nullptr, dismissSession<HookInput>},
+    {"SessionStart", Registered::no, nullptr, ignoreSessionStart<HookInput>},
+    {"PermissionRequest", Registered::no, nullptr, handlePermissionRequest},
+    {"PostToolUse", Registered::no, nullptr, nullptr},
+};
+constexpr EventTable<HookInput> kEvents{Agent::grok, kRoutes, true, exitOnUnknownEvent<Agent::grok, HookInput>};
 
 std::optional<std::string> fromEnvironment(const char* name) {
     std::optional<std::string> value = platform::environmentValue(name);
@@ -105,6 +97,10 @@ std::optional<HookInput> decode(std::string_view bytes) {
 
 }  // namespace
 
-int run() { return runHook("grok", decode, routeEvent); }
+int run() {
+    return runHook("grok", decode, [](const HookInput& input) { return routeEvent(kEvents, input); });
+}
+
+std::vector<EventRegistration> registeredEvents() { return registrationsOf(kEvents); }
 
 }  // namespace AgentHook::Grok

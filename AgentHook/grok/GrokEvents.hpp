@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "bridge/EventTable.hpp"
 #include "grok/GrokHookInput.hpp"
 #include "runtime/Decisions.hpp"
 
@@ -14,6 +15,9 @@ namespace AgentHook::Grok {
 
 // The whole life of `agent-hook grok`.
 int run();
+
+// What agent-hook-setup registers, read from the router's own table.
+std::vector<EventRegistration> registeredEvents();
 
 int handleStop(const HookInput& input);
 int handlePreToolUse(const HookInput& input);

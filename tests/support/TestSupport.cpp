@@ -137,9 +137,13 @@ std::string inboxOf(const HookEnvironment& environment) {
 std::vector<std::string> xdgOpenCalls(const HookEnvironment& environment) {
     // The fake runs detached: give it a moment to record its call.
     const std::string path = environment.binDir + "/xdg-open.calls";
-    for (int i = 0; i < 100 && !exists(path); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    // A loaded machine may start it late; a line is whole once its line feed is there.
+    std::string text;
+    for (int i = 0; i < 300 && ((text = exists(path) ? readText(path) : "").empty() || text.back() != '\n'); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
     std::vector<std::string> calls;
-    std::istringstream lines(readText(path));
+    std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) calls.push_back(line);
     return calls;
 }

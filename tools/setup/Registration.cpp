@@ -2,40 +2,13 @@
 
 #include <cstdlib>
 
+#include "claude/ClaudeEvents.hpp"
+#include "codex/CodexEvents.hpp"
+#include "grok/GrokEvents.hpp"
 #include "platform/Environment.hpp"
 
 namespace AgentHook::Setup {
 namespace {
-
-const std::vector<EventRegistration> kClaudeEvents = {
-    {"Stop", nullptr},
-    {"UserPromptSubmit", nullptr},
-    {"PermissionRequest", "*"},
-    {"PreToolUse", "AskUserQuestion"},
-    {"Notification", nullptr},
-};
-const std::vector<EventRegistration> kCodexEvents = {
-    {"Stop", nullptr},
-    {"UserPromptSubmit", nullptr},
-    {"PermissionRequest", nullptr},
-};
-// Grok's PreToolUse without a matcher: Grok defines no wildcard and reads a
-// matcher as tool names, while an entry without one runs for every tool.
-const std::vector<EventRegistration> kGrokEvents = {
-    {"Stop", nullptr},
-    {"UserPromptSubmit", nullptr},
-    {"PreToolUse", nullptr},
-    {"SessionEnd", nullptr},
-};
-
-const std::vector<EventRegistration>& eventsOf(Agent agent) {
-    switch (agent) {
-        case Agent::claude: return kClaudeEvents;
-        case Agent::codex: return kCodexEvents;
-        case Agent::grok: return kGrokEvents;
-    }
-    return kClaudeEvents;
-}
 
 std::string homeOr(const char* variable, const char* fallback) {
     if (std::optional<std::string> value = platform::environmentValue(variable); value && !value->empty()) {
@@ -76,7 +49,14 @@ const char* agentName(Agent agent) { return namesOf(agent).commandWord.data(); }
 
 const char* agentTitle(Agent agent) { return namesOf(agent).title.data(); }
 
-const std::vector<EventRegistration>& registeredEvents(Agent agent) { return eventsOf(agent); }
+std::vector<EventRegistration> registeredEvents(Agent agent) {
+    switch (agent) {
+        case Agent::claude: return Claude::registeredEvents();
+        case Agent::codex: return Codex::registeredEvents();
+        case Agent::grok: return Grok::registeredEvents();
+    }
+    return {};
+}
 
 std::string configurationPath(Agent agent, const std::optional<std::string>& project) {
     switch (agent) {

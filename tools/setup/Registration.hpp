@@ -15,6 +15,7 @@
 
 #include "OrderedJson.hpp"
 #include "bridge/AgentInboxPayload.hpp"
+#include "bridge/EventTable.hpp"
 
 namespace AgentHook::Setup {
 
@@ -22,16 +23,11 @@ namespace AgentHook::Setup {
 
 inline constexpr int kHookTimeoutSeconds = 1860;
 
-struct EventRegistration {
-    const char* event;
-    const char* matcher;  // nullptr: no matcher member
-};
-
 const std::vector<Agent>& allAgents();
 std::optional<Agent> agentNamed(std::string_view name);
 const char* agentName(Agent agent);   // "claude"
 const char* agentTitle(Agent agent);  // "Claude Code"
-const std::vector<EventRegistration>& registeredEvents(Agent agent);
+std::vector<EventRegistration> registeredEvents(Agent agent);
 
 // The file install writes: the user's (CODEX_HOME and GROK_HOME respected) or,
 // with a project directory, the project's. "" when there is no home directory.

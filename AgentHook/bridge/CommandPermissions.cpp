@@ -79,24 +79,18 @@ PermissionResponse resolveCommandPermissionReply(const std::string& reply, const
 std::optional<PermissionResponse> askCommandPermission(Agent agent, const std::string& sessionId,
                                                        const std::string& cwd, const std::string& toolName,
                                                        const PermissionDetails& details) {
-    if (isBypassActive(sessionId, toolName)) return PermissionResponse{PermissionResponse::Behavior::allow, std::nullopt};
-    AppRequest request{.agent = agent,
-                       .status = std::string(RequestStatus::permission),
-                       .sessionId = sessionId,
-                       .cwd = cwd,
-                       .summary = details.summary,
-                       .fullMessage = commandPermissionBody(toolName, details)};
-    const WaitResult result = askApp(std::move(request));
-    switch (result.outcome) {
-        case WaitResult::Outcome::withdrawn:
-            return std::nullopt;
-        case WaitResult::Outcome::unanswered:
-            logPermissionDismissed(sessionId);
-            return std::nullopt;
-        case WaitResult::Outcome::answered:
-            break;
-    }
-    return resolveCommandPermissionReply(result.reply, sessionId, agentRawValue(agent));
+    const auto ask = [&] {
+        return askApp(AppRequest{.agent = agent,
+                                 .status = std::string(RequestStatus::permission),
+                                 .sessionId = sessionId,
+                                 .cwd = cwd,
+                                 .summary = details.summary,
+                                 .fullMessage = commandPermissionBody(toolName, details)});
+    };
+    const auto resolve = [&](const std::string& reply) {
+        return resolveCommandPermissionReply(reply, sessionId, agentRawValue(agent));
+    };
+    return decidePermission(sessionId, toolName, [] { return false; }, ask, resolve);
 }
 
 }  // namespace AgentHook

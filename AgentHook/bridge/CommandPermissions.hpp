@@ -1,7 +1,8 @@
-// The permission request as Codex and Grok put it to the app: three choices
-// (allow, bypass for the session, deny), a summary and details from the
-// tool's own row, and the answer read word for word. Claude's richer request
-// (stored rules, "always") is its own.
+// A permission request put to the app: one flow for every agent (bypass,
+// ask, outcome, resolve), and the request as Codex and Grok put it: three
+// choices (allow, bypass for the session, deny), a summary and details from
+// the tool's own row, and the answer read word for word. Claude extends the
+// flow with its stored rules, its four choices and "always".
 #pragma once
 
 #include <initializer_list>
@@ -10,6 +11,9 @@
 #include <string_view>
 
 #include "bridge/AgentInboxPayload.hpp"
+#include "bridge/Asking.hpp"
+#include "bridge/Polling.hpp"
+#include "runtime/Bypass.hpp"
 #include "runtime/Decisions.hpp"
 #include "text/Json.hpp"
 
@@ -53,8 +57,32 @@ std::string commandPermissionBody(const std::string& toolName, const PermissionD
 PermissionResponse resolveCommandPermissionReply(const std::string& reply, const std::string& sessionId,
                                                  std::string_view agentWord);
 
-// The whole request: the session's bypass, else the app's answer; nothing
-// when the app gave none (the agent then asks in its own terminal).
+// Every permission request, whatever the agent: the session's bypass allows
+// at once, then `allowedWithoutAsking` (Claude's stored rules), else the app
+// is asked and its reply resolved by the agent's own `resolve`. Nothing when
+// the request was withdrawn or the app gave no answer: the agent then asks in
+// its own terminal.
+template <class AllowedWithoutAsking, class Ask, class Resolve>
+std::optional<PermissionResponse> decidePermission(const std::string& sessionId, const std::string& toolName,
+                                                   AllowedWithoutAsking allowedWithoutAsking, Ask ask,
+                                                   Resolve resolve) {
+    if (isBypassActive(sessionId, toolName) || allowedWithoutAsking()) {
+        return PermissionResponse{PermissionResponse::Behavior::allow, std::nullopt};
+    }
+    const WaitResult result = ask();
+    switch (result.outcome) {
+        case WaitResult::Outcome::withdrawn:
+            return std::nullopt;
+        case WaitResult::Outcome::unanswered:
+            logPermissionDismissed(sessionId);
+            return std::nullopt;
+        case WaitResult::Outcome::answered:
+            break;
+    }
+    return resolve(result.reply);
+}
+
+// The three-choice request of Codex and Grok.
 std::optional<PermissionResponse> askCommandPermission(Agent agent, const std::string& sessionId,
                                                        const std::string& cwd, const std::string& toolName,
                                                        const PermissionDetails& details);

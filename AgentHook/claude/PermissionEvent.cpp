@@ -2,6 +2,7 @@
 // a stored rule, else put to the app with four choices; no answer leaves the
 // decision to Claude Code's own prompt.
 #include "bridge/Asking.hpp"
+#include "bridge/CommandPermissions.hpp"
 #include "bridge/Replies.hpp"
 #include "claude/AlwaysAllow.hpp"
 #include "claude/ClaudeEvents.hpp"
@@ -17,8 +18,6 @@
 namespace AgentHook::Claude {
 
 namespace {
-
-const PermissionResponse kAllow{PermissionResponse::Behavior::allow, std::nullopt};
 
 // The session's stored rules for the tool, one per non-empty line, untrimmed.
 std::optional<std::vector<std::string>> storedRules(const std::string& sessionId, const std::string& toolName) {
@@ -51,35 +50,28 @@ std::string requestBody(const HookInput& input, const PermissionDetails& details
 }  // namespace
 
 int handlePermissionRequestEvent(const HookInput& input) {
-    if (isBypassActive(input.sessionId, input.toolName)) {
-        emitPermissionDecision(kAllow);
-        return 0;
-    }
-    if (const auto rules = storedRules(input.sessionId, input.toolName)) {
+    const auto allowedByStoredRule = [&] {
+        const auto rules = storedRules(input.sessionId, input.toolName);
+        if (!rules) return false;
         const std::string target = autoAcceptTarget(input.toolInput);
-        if (matchesAutoAcceptRules(*rules, target, input.toolName)) {
-            log("Auto-accept matched for " + input.toolName + " target=" + target + " session=" + input.sessionId);
-            emitPermissionDecision(kAllow);
-            return 0;
-        }
+        if (!matchesAutoAcceptRules(*rules, target, input.toolName)) return false;
+        log("Auto-accept matched for " + input.toolName + " target=" + target + " session=" + input.sessionId);
+        return true;
+    };
+    const auto ask = [&] {
+        PermissionDetails details = buildPermissionDetails(input.toolName, input.toolInput);
+        std::optional<TranscriptPass> pass;
+        std::string body = requestBody(input, details, pass);
+        return askVoxtrel(input, RequestStatus::permission, std::move(details.summary), std::move(body),
+                          Watch::toolCall, pass);
+    };
+    const auto resolve = [&](const std::string& reply) {
+        return resolvePermissionDecisionFromResponse(reply, input.sessionId, input.toolName,
+                                                     input.permissionSuggestions, input.cwd);
+    };
+    if (const auto decision = decidePermission(input.sessionId, input.toolName, allowedByStoredRule, ask, resolve)) {
+        emitPermissionDecision(*decision);
     }
-
-    PermissionDetails details = buildPermissionDetails(input.toolName, input.toolInput);
-    std::optional<TranscriptPass> pass;
-    std::string body = requestBody(input, details, pass);
-    const WaitResult result = askVoxtrel(input, RequestStatus::permission, std::move(details.summary), std::move(body),
-                                         Watch::toolCall, pass);
-    switch (result.outcome) {
-        case WaitResult::Outcome::withdrawn:
-            return 0;
-        case WaitResult::Outcome::unanswered:
-            logPermissionDismissed(input.sessionId);
-            return 0;
-        case WaitResult::Outcome::answered:
-            break;
-    }
-    emitPermissionDecision(resolvePermissionDecisionFromResponse(result.reply, input.sessionId, input.toolName,
-                                                                 input.permissionSuggestions, input.cwd));
     return 0;
 }
 

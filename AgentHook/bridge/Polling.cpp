@@ -55,8 +55,8 @@ RequestFiles requestFiles(const std::string& scratchDirectory, const std::string
 WaitResult sendToVoxtrelAndWait(const AppRequest& request, const PollEnvironment& environment) {
     const std::string& directory = environment.scratchDirectory;
     // The request files are created by name there: nowhere safe, no request.
-    if (const std::optional<std::string> problem = platform::makePrivateDirectory(directory)) {
-        log("Cannot send the request: " + *problem);
+    if (std::string problem; !platform::makePrivateDirectory(directory, &problem)) {
+        log("Cannot send the request: " + problem);
         return WaitResult{WaitResult::Outcome::unanswered, {}};
     }
     const std::int32_t pid = static_cast<std::int32_t>(::getpid());
@@ -110,18 +110,19 @@ WaitResult sendToVoxtrelAndWait(const AppRequest& request, const PollEnvironment
     // scheduled poll takes it as the empty answer.
     const auto answer = [&](bool scheduled) -> std::optional<WaitResult> {
         std::string refusal;
-        std::optional<std::string> reply = platform::readOwnFile(files.responseFile, refusal);
+        std::string reply;
+        const bool read = platform::readOwnFile(files.responseFile, &reply, &refusal);
         // A half-written or non-UTF-8 answer is read again later.
-        if (reply && text::isValidUtf8(*reply) && (scheduled || !reply->empty())) {
-            logTo(directory, "Poll got response (" + std::to_string(text::characterCount(*reply)) +
+        if (read && text::isValidUtf8(reply) && (scheduled || !reply.empty())) {
+            logTo(directory, "Poll got response (" + std::to_string(text::characterCount(reply)) +
                                  " chars) for session=" + request.sessionId + " requestId=" + files.requestId);
             if (!request.fileKey) {
                 platform::removeFile(files.responseFile);
                 platform::removeFile(files.messageFile);
             }
             platform::restoreDefaultSignals();
-            if (reply->empty()) return WaitResult{WaitResult::Outcome::unanswered, {}};
-            return WaitResult{WaitResult::Outcome::answered, std::move(*reply)};
+            if (reply.empty()) return WaitResult{WaitResult::Outcome::unanswered, {}};
+            return WaitResult{WaitResult::Outcome::answered, std::move(reply)};
         }
         // Someone else's file, or a link to one, is never the user's answer.
         if (!refusal.empty() && refusal != lastRefusal) {

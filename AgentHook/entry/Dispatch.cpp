@@ -21,8 +21,8 @@ namespace {
 int runAgent(Agent agent) {
     // Files there are created by name; a directory another user made first,
     // or a link to elsewhere, would hand them our requests and answers.
-    if (const std::optional<std::string> problem = platform::makePrivateDirectory(std::string(kScratchDirectory))) {
-        platform::writeStandardError("agent-hook: " + *problem + "; leaving the decision to the agent\n");
+    if (std::string problem; !platform::makePrivateDirectory(std::string(kScratchDirectory), &problem)) {
+        platform::writeStandardError("agent-hook: " + problem + "; leaving the decision to the agent\n");
         return 0;
     }
     // Every agent of the table has its adapter: a new one fails to compile here (-Wswitch).

@@ -50,14 +50,22 @@ bool AtomicFile::fail(const std::string& what) {
     return false;
 }
 
-bool AtomicFile::write(std::string_view bytes) {
-    if (failed_) return false;
-    if (!writeAll(fd_, bytes)) return fail("cannot write " + temporary_);
+bool AtomicFile::failed(std::string* err) const {
+    if (err) *err = error_;
+    return false;
+}
+
+bool AtomicFile::write(std::string_view bytes, std::string* err) {
+    if (!failed_ && !writeAll(fd_, bytes)) fail("cannot write " + temporary_);
+    return failed_ ? failed(err) : true;
+}
+
+bool AtomicFile::commit(std::string* err) {
+    if (failed_ || !renameOverTarget()) return failed(err);
     return true;
 }
 
-bool AtomicFile::commit() {
-    if (failed_) return false;
+bool AtomicFile::renameOverTarget() {
     // A user's file must be on disk before the name points at it: a crash
     // right after the rename must not leave it empty. Scratch files need not.
     if (mode_ == Mode::keepTarget && ::fsync(fd_) != 0 && errno != EINVAL) return fail("cannot flush " + temporary_);
@@ -72,9 +80,7 @@ bool AtomicFile::commit() {
 bool writeFileAtomically(const std::string& path, std::string_view bytes, std::string* error, AtomicFile::Mode mode,
                          AtomicFile::Temporary temporary) {
     AtomicFile file(path, mode, temporary);
-    if (file.write(bytes) && file.commit()) return true;
-    if (error) *error = file.error();
-    return false;
+    return file.write(bytes, error) && file.commit(error);
 }
 
 }  // namespace AgentHook::platform

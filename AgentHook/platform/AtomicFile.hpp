@@ -32,15 +32,17 @@ public:
     AtomicFile& operator=(const AtomicFile&) = delete;
     ~AtomicFile();
 
-    // Appends to the temporary file; false (with error()) once anything failed.
-    bool write(std::string_view bytes);
-    // Flushes the temporary to disk and renames it over the target.
-    bool commit();
-
-    const std::string& error() const { return error_; }
+    // Appends to the temporary file; false once anything failed, with the
+    // first failure's description in `err`.
+    [[nodiscard]] bool write(std::string_view bytes, std::string* err = nullptr);
+    // Flushes the temporary to disk and renames it over the target; false and
+    // `err` as above.
+    [[nodiscard]] bool commit(std::string* err = nullptr);
 
 private:
     bool fail(const std::string& what);
+    bool failed(std::string* err) const;
+    bool renameOverTarget();
 
     std::string path_;
     std::string temporary_;

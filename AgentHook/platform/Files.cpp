@@ -39,42 +39,48 @@ bool createDirectories(const std::string& path, std::string* error) {
     return false;
 }
 
-std::optional<std::string> makePrivateDirectory(const std::string& path) {
+bool makePrivateDirectory(const std::string& path, std::string* err) {
+    const auto fail = [&](std::string what) {
+        *err = path + " " + std::move(what);
+        return false;
+    };
     struct stat info;
     if (::lstat(path.c_str(), &info) != 0) {
-        if (errno != ENOENT) return path + " cannot be examined: " + lastErrorDescription();
-        if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) return path + " cannot be created: " + lastErrorDescription();
-        if (::lstat(path.c_str(), &info) != 0) return path + " cannot be examined: " + lastErrorDescription();
+        if (errno != ENOENT) return fail("cannot be examined: " + lastErrorDescription());
+        if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) return fail("cannot be created: " + lastErrorDescription());
+        if (::lstat(path.c_str(), &info) != 0) return fail("cannot be examined: " + lastErrorDescription());
     }
-    if (S_ISLNK(info.st_mode)) return path + " is a symbolic link";
-    if (!S_ISDIR(info.st_mode)) return path + " is not a directory";
-    if (info.st_uid != ::geteuid()) return path + " belongs to another user (uid " + std::to_string(info.st_uid) + ")";
+    if (S_ISLNK(info.st_mode)) return fail("is a symbolic link");
+    if (!S_ISDIR(info.st_mode)) return fail("is not a directory");
+    if (info.st_uid != ::geteuid()) return fail("belongs to another user (uid " + std::to_string(info.st_uid) + ")");
     if ((info.st_mode & 07777) != 0700 && ::chmod(path.c_str(), 0700) != 0) {
-        return path + " cannot be made private: " + lastErrorDescription();
+        return fail("cannot be made private: " + lastErrorDescription());
     }
-    return std::nullopt;
+    return true;
 }
 
-std::optional<std::string> readOwnFile(const std::string& path, std::string& refusal) {
-    refusal.clear();
+bool readOwnFile(const std::string& path, std::string* contents, std::string* refusal) {
+    refusal->clear();
     const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0) {
-        if (errno == ELOOP) refusal = "a symbolic link";
-        return std::nullopt;
+        if (errno == ELOOP) *refusal = "a symbolic link";
+        return false;
     }
     struct stat info;
     std::optional<std::string> bytes;
     if (::fstat(fd, &info) != 0) {
-        refusal = "not readable";
+        *refusal = "not readable";
     } else if (!S_ISREG(info.st_mode)) {
-        refusal = "not a regular file";
+        *refusal = "not a regular file";
     } else if (info.st_uid != ::geteuid()) {
-        refusal = "another user's (uid " + std::to_string(info.st_uid) + ")";
+        *refusal = "another user's (uid " + std::to_string(info.st_uid) + ")";
     } else {
         bytes = readAll(fd);
     }
     ::close(fd);
-    return bytes;
+    if (!bytes) return false;
+    *contents = std::move(*bytes);
+    return true;
 }
 
 std::optional<std::string> readFile(const std::string& path) {

@@ -19,15 +19,15 @@ bool fileExists(const std::string& path);
 
 // Creates `path` (its parent must exist) as a directory that only this user
 // can enter, or checks the one there: it must be a directory, not a symbolic
-// link, and this user's; a looser mode is tightened to 0700. What is wrong
-// with it, or nothing when it is fit to use.
-[[nodiscard]] std::optional<std::string> makePrivateDirectory(const std::string& path);
+// link, and this user's; a looser mode is tightened to 0700. False, with
+// what is wrong with it in `err`, when it is not fit to use.
+[[nodiscard]] bool makePrivateDirectory(const std::string& path, std::string* err);
 
 // A file another program left for this user to read: opened without
 // following a link, and taken only when it is a regular file of this user's.
-// `refusal` says why a file that is there was not taken; nothing and an empty
-// refusal when there is no file or it cannot be read.
-std::optional<std::string> readOwnFile(const std::string& path, std::string& refusal);
+// False when there is none to take: `refusal` then says why a file that is
+// there was not taken, and is empty when there is no file or it cannot be read.
+[[nodiscard]] bool readOwnFile(const std::string& path, std::string* contents, std::string* refusal);
 
 // The whole file, or nothing when it cannot be opened or read.
 std::optional<std::string> readFile(const std::string& path);

@@ -23,7 +23,8 @@ void logTo(std::string_view directory, std::string_view message) {
     platform::writeStandardError(line);
     const std::string path = std::string(directory) + "/debug.log";
     // The directory nearly always exists; create it only when the append fails.
-    if (!platform::appendToFile(path, line) && !platform::makePrivateDirectory(std::string(directory))) {
+    if (std::string ignored;
+        !platform::appendToFile(path, line) && platform::makePrivateDirectory(std::string(directory), &ignored)) {
         // Logging never fails its caller: a line the file refuses is on standard error.
         static_cast<void>(platform::appendToFile(path, line));
     }

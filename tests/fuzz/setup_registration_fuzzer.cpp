@@ -23,43 +23,44 @@ std::vector<std::string> keysBesideHooks(const OrderedJson& document) {
 }
 
 OrderedJson parsed(const std::string& text, const char* what) {
-    std::optional<OrderedJson> document = parseOrderedJson(text).value;
-    fuzz::require(document && document->is_object(), what);
-    return std::move(*document);
+    OrderedJson document;
+    fuzz::require(parseOrderedJson(text, &document) && document.is_object(), what);
+    return document;
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string original(fuzz::bytesOf(data, size));
-    const std::optional<OrderedJson> before = parseOrderedJson(original).value;
-    if (!before || shapeProblem(*before)) return 0;
+    OrderedJson before;
+    std::string err;
+    if (!parseOrderedJson(original, &before) || !hasHooksShape(before, &err)) return 0;
     const std::string hook = "/opt/bin/agent-hook";
 
     std::string installed = original;
-    if (addRegistration(installed, Agent::claude, hook)) {
+    if (!addRegistration(installed, Agent::claude, hook, &err)) {
         fuzz::require(installed == original, "a refused install changes nothing");
         return 0;
     }
     const OrderedJson after = parsed(installed, "an install gives a JSON object");
     fuzz::require(findRegistration(after, hook).size() == registeredEvents(Agent::claude).size(),
                   "one entry per event");
-    fuzz::require(keysBesideHooks(after) == keysBesideHooks(*before), "other members keep their order");
-    for (const auto& [key, value] : before->items()) {
+    fuzz::require(keysBesideHooks(after) == keysBesideHooks(before), "other members keep their order");
+    for (const auto& [key, value] : before.items()) {
         if (key != "hooks") fuzz::require(after.at(key) == value, "other members keep their values");
     }
     std::string again = installed;
-    fuzz::require(!addRegistration(again, Agent::claude, hook) && again == installed, "a second install is a no-op");
+    fuzz::require(addRegistration(again, Agent::claude, hook, &err) && again == installed, "a second install is a no-op");
 
     std::string removed = installed;
-    fuzz::require(!removeRegistration(removed, hook), "an uninstall takes an installed file");
+    fuzz::require(removeRegistration(removed, hook, &err), "an uninstall takes an installed file");
     std::string removedOriginal = original;
-    fuzz::require(!removeRegistration(removedOriginal, hook), "an uninstall takes the original");
+    fuzz::require(removeRegistration(removedOriginal, hook, &err), "an uninstall takes the original");
     fuzz::require(sameApartFromRegistration(parsed(removedOriginal, "an uninstall gives a JSON object"),
                                             parsed(removed, "an uninstall gives a JSON object"), hook),
                   "install then uninstall is uninstall");
     // An empty object's inside is not kept ("{ }" comes back as "{}").
-    if (findRegistration(*before, hook).empty() && !before->empty() && parsed(removed, "") == *before) {
+    if (findRegistration(before, hook).empty() && !before.empty() && parsed(removed, "") == before) {
         fuzz::require(removed == original, "install then uninstall gives back the bytes");
     }
     return 0;

@@ -75,13 +75,16 @@ TEST(AtomicFile, EveryFailureLeavesTheTargetAndNoTemporary) {
         writeText(target, "old");
         {
             AtomicFile file(target, AtomicFile::Mode::privateToUser, temporary);
+            std::string err;
             {
                 const FileSizeLimit limit(4);
-                EXPECT_FALSE(file.write("more than four bytes"));
+                EXPECT_FALSE(file.write("more than four bytes", &err));
             }
-            EXPECT_FALSE(file.error().empty());
+            EXPECT_FALSE(err.empty());
             EXPECT_FALSE(file.write("x"));
-            EXPECT_FALSE(file.commit());  // nothing half-written is ever committed
+            std::string later;
+            EXPECT_FALSE(file.commit(&later));  // nothing half-written is ever committed
+            EXPECT_EQ(later, err);              // and the first failure is the one reported
         }
         {
             // Dropped without a commit.

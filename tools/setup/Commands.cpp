@@ -51,18 +51,20 @@ int forEachAgent(const Options& options, const std::string& hookPath, Change cha
             status = 1;
             continue;
         }
-        const EditResult result = editConfiguration(requestFor(options, path, hookPath), change(agent));
-        if (result.outcome == EditOutcome::failed) {
-            printError(result.error);
+        std::string diff;
+        std::string err;
+        const EditOutcome outcome = editConfiguration(requestFor(options, path, hookPath), change(agent), &diff, &err);
+        if (outcome == EditOutcome::failed) {
+            printError(err);
             status = 1;
         } else if (options.dryRun) {
-            if (result.outcome == EditOutcome::changed) {
-                std::fputs(result.diff.c_str(), stdout);
+            if (outcome == EditOutcome::changed) {
+                std::fputs(diff.c_str(), stdout);
             } else {
                 std::printf("%s: %s needs no change\n", agentTitle(agent), path.c_str());
             }
         } else {
-            report(agent, path, result.outcome == EditOutcome::changed);
+            report(agent, path, outcome == EditOutcome::changed);
         }
     }
     return status;
@@ -102,7 +104,7 @@ int runInstall(const Options& options, const std::string& hookPath) {
     return forEachAgent(
         options, hookPath,
         [&](Agent agent) {
-            return [agent, &hookPath](std::string& text) { return addRegistration(text, agent, hookPath); };
+            return [agent, &hookPath](std::string& text, std::string* err) { return addRegistration(text, agent, hookPath, err); };
         },
         [&](Agent agent, const std::string& path, bool changed) {
             warnAboutOtherEntries(agent, options, hookPath);
@@ -123,7 +125,7 @@ int runInstall(const Options& options, const std::string& hookPath) {
 int runUninstall(const Options& options, const std::string& hookPath) {
     return forEachAgent(
         options, hookPath,
-        [&](Agent) { return [&hookPath](std::string& text) { return removeRegistration(text, hookPath); }; },
+        [&](Agent) { return [&hookPath](std::string& text, std::string* err) { return removeRegistration(text, hookPath, err); }; },
         [&](Agent agent, const std::string& path, bool changed) {
             if (!changed) {
                 std::printf("%s: agent-hook is not registered in %s; nothing changed\n", agentTitle(agent),

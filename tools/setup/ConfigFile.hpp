@@ -18,8 +18,9 @@
 
 namespace AgentHook::Setup {
 
-// Changes the document's text in place; what is wrong with it when it cannot.
-using TextChange = std::function<std::optional<std::string>(std::string&)>;
+// Changes the document's text in place; false, with what is wrong with it in
+// `err`, when it cannot.
+using TextChange = std::function<bool(std::string& text, std::string* err)>;
 
 // Whether the backup's bytes can stand for the changed document.
 using BackupCheck = std::function<bool(const OrderedJson& backup, const OrderedJson& changed)>;
@@ -35,22 +36,14 @@ struct EditRequest {
 
 enum class EditOutcome { unchanged, changed, failed };
 
-struct EditResult {
-    EditOutcome outcome = EditOutcome::failed;
-    std::string diff;   // the change as a unified diff
-    std::string error;  // what failed, naming the file
-};
-
-EditResult editConfiguration(const EditRequest& request, const TextChange& change);
+// `diff` receives the change as a unified diff; `err` what failed, naming the file.
+[[nodiscard]] EditOutcome editConfiguration(const EditRequest& request, const TextChange& change,
+                                            std::string* diff, std::string* err);
 
 // A configuration read for a report: its document (an empty or missing file
-// is an empty object), or the error that editConfiguration would give.
-struct ReadResult {
-    bool exists = false;
-    std::optional<OrderedJson> document;
-    std::string error;
-};
-ReadResult readConfiguration(const std::string& path);
+// is an empty object) and whether the file exists; false with the error that
+// editConfiguration would give.
+[[nodiscard]] bool readConfiguration(const std::string& path, OrderedJson* document, bool* exists, std::string* err);
 
 // The directory part of a path ("." when it has none).
 std::string directoryOf(const std::string& path);

@@ -147,7 +147,9 @@ JsonSpan scanJson(std::string_view text) {
 }
 
 OrderedJson valueAt(std::string_view text, const JsonSpan& span) {
-    return parseOrderedJson(text.substr(span.begin, span.end - span.begin)).value.value_or(OrderedJson());
+    OrderedJson value;
+    if (!parseOrderedJson(text.substr(span.begin, span.end - span.begin), &value)) return OrderedJson();
+    return value;
 }
 
 std::optional<std::string> insertChild(std::string_view text, const JsonSpan& container, std::size_t index,

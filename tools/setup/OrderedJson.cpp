@@ -21,15 +21,19 @@ void locate(std::string_view bytes, std::size_t offset, std::size_t& line, std::
 
 }  // namespace
 
-ParseResult parseOrderedJson(std::string_view bytes) {
+bool parseOrderedJson(std::string_view bytes, OrderedJson* out, std::string* err) {
     text::KeptJson<OrderedJson> kept = text::parseKeepingNumbers<OrderedJson>(bytes);
-    ParseResult result;
-    result.value = std::move(kept.value);
-    if (!result.value) {
-        locate(bytes, kept.errorOffset, result.line, result.column);
-        result.problem = std::move(kept.problem);
+    if (kept.value) {
+        *out = std::move(*kept.value);
+        return true;
     }
-    return result;
+    if (err) {
+        std::size_t line = 0;
+        std::size_t column = 0;
+        locate(bytes, kept.errorOffset, line, column);
+        *err = std::to_string(line) + ":" + std::to_string(column) + ": not valid JSON (" + kept.problem + ")";
+    }
+    return false;
 }
 
 Layout detectLayout(std::string_view bytes) {

@@ -18,17 +18,11 @@ namespace AgentHook::Setup {
 
 using OrderedJson = nlohmann::ordered_json;
 
-struct ParseResult {
-    std::optional<OrderedJson> value;
-    // On failure: 1-based line and column of the offending byte, and what is wrong.
-    std::size_t line = 0;
-    std::size_t column = 0;
-    std::string problem;
-};
-
-// Parses one JSON document, keeping member order and the text of every
-// number that is not an integer. Never throws.
-ParseResult parseOrderedJson(std::string_view bytes);
+// Parses one JSON document into `out`, keeping member order and the text of
+// every number that is not an integer. On failure `err` (when given) receives
+// "<line>:<column>: not valid JSON (<what is wrong>)", 1-based, at the
+// offending byte. Never throws.
+[[nodiscard]] bool parseOrderedJson(std::string_view bytes, OrderedJson* out, std::string* err = nullptr);
 
 // How a file is laid out, so that a rewrite keeps it.
 struct Layout {

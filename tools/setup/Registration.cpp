@@ -31,11 +31,17 @@ bool isOwnHook(const OrderedJson& hook, const std::string& hookPath) {
            isOwnCommand(command->get_ref<const std::string&>(), hookPath);
 }
 
-std::optional<std::string> shapeProblem(const OrderedJson& root) {
-    if (!root.is_object()) return "the document is not a JSON object";
+bool hasHooksShape(const OrderedJson& root, std::string* err) {
+    if (!root.is_object()) {
+        *err = "the document is not a JSON object";
+        return false;
+    }
     const auto hooks = root.find("hooks");
-    if (hooks != root.end() && !hooks->is_object()) return "its \"hooks\" member is not an object";
-    return std::nullopt;
+    if (hooks != root.end() && !hooks->is_object()) {
+        *err = "its \"hooks\" member is not an object";
+        return false;
+    }
+    return true;
 }
 
 const std::vector<Agent>& allAgents() {

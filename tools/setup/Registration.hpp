@@ -41,9 +41,9 @@ std::string commandProgram(std::string_view command);
 
 bool isOwnCommand(std::string_view command, const std::string& hookPath);
 
-// What makes `root` unfit for a registration: not an object, or a "hooks"
-// member that is not an object.
-std::optional<std::string> shapeProblem(const OrderedJson& root);
+// Whether `root` has room for a registration: an object whose "hooks" member,
+// if any, is an object; `err` says what is wrong when not.
+[[nodiscard]] bool hasHooksShape(const OrderedJson& root, std::string* err);
 
 // Whether a hook object runs agent-hook.
 bool isOwnHook(const OrderedJson& hook, const std::string& hookPath);

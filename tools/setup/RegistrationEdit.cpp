@@ -104,18 +104,24 @@ bool removeOneEntry(std::string& text, const std::string& hookPath, Keep keep) {
 
 // A member named twice where the edit works leaves it unclear which one the
 // agent reads; such a file is not changed.
-std::optional<std::string> repeatedMember(std::string_view text) {
+bool hasNoRepeatedMember(std::string_view text, std::string* err) {
     const JsonSpan root = scanJson(text);
     const auto count = [](const JsonSpan& object, const std::string& key) {
         return std::count(object.keys.begin(), object.keys.end(), key);
     };
-    if (count(root, "hooks") > 1) return "it has two \"hooks\" members";
-    const std::optional<std::size_t> hooks = root.find("hooks");
-    if (!hooks) return std::nullopt;
-    for (const std::string& event : root.children[*hooks].keys) {
-        if (count(root.children[*hooks], event) > 1) return "its \"hooks\" member names \"" + event + "\" twice";
+    if (count(root, "hooks") > 1) {
+        *err = "it has two \"hooks\" members";
+        return false;
     }
-    return std::nullopt;
+    const std::optional<std::size_t> hooks = root.find("hooks");
+    if (!hooks) return true;
+    for (const std::string& event : root.children[*hooks].keys) {
+        if (count(root.children[*hooks], event) > 1) {
+            *err = "its \"hooks\" member names \"" + event + "\" twice";
+            return false;
+        }
+    }
+    return true;
 }
 
 // The document without empty event lists and without an empty "hooks" member.
@@ -131,19 +137,26 @@ OrderedJson withoutEmptyHooks(OrderedJson document) {
 
 // What keeps the document from being edited: not JSON, no room for hooks, or
 // a member named twice where the edit works.
-std::optional<std::string> editProblem(const std::string& text) {
-    const std::optional<OrderedJson> document = parseOrderedJson(text).value;
-    if (!document) return "the document is not valid JSON";
-    if (std::optional<std::string> problem = shapeProblem(*document)) return problem;
-    return repeatedMember(text);
+bool isEditable(const std::string& text, std::string* err) {
+    OrderedJson document;
+    if (!parseOrderedJson(text, &document)) {
+        *err = "the document is not valid JSON";
+        return false;
+    }
+    return hasHooksShape(document, err) && hasNoRepeatedMember(text, err);
+}
+
+bool fail(std::string* err, std::string what) {
+    *err = std::move(what);
+    return false;
 }
 
 constexpr const char* kUnwritablePath = "the hook's path is not valid UTF-8";
 
 }  // namespace
 
-std::optional<std::string> addRegistration(std::string& text, Agent agent, const std::string& hookPath) {
-    if (std::optional<std::string> problem = editProblem(text)) return problem;
+bool addRegistration(std::string& text, Agent agent, const std::string& hookPath, std::string* err) {
+    if (!isEditable(text, err)) return false;
     std::vector<std::pair<std::string, OrderedJson>> groups;
     for (const EventRegistration& registration : registeredEvents(agent)) {
         groups.emplace_back(registration.event, groupFor(registration, agent, hookPath));
@@ -155,13 +168,13 @@ std::optional<std::string> addRegistration(std::string& text, Agent agent, const
         // Nothing of ours can be there yet: one new member holds it all.
         OrderedJson all = OrderedJson::object();
         for (const auto& [event, group] : groups) all[event] = OrderedJson::array({group});
-        if (!applied(text, insertChild(text, root, root.size(), "hooks", all))) return kUnwritablePath;
-        return std::nullopt;
+        if (!applied(text, insertChild(text, root, root.size(), "hooks", all))) return fail(err, kUnwritablePath);
+        return true;
     }
     for (const auto& [event, group] : groups) {
         const std::optional<std::size_t> list = root.children[*hooksAt].find(event);
         if (list && root.children[*hooksAt].children[*list].kind != JsonSpan::Kind::array) {
-            return "its \"hooks\" member's \"" + event + "\" is not a list";
+            return fail(err, "its \"hooks\" member's \"" + event + "\" is not a list");
         }
     }
     for (const auto& [event, group] : groups) {
@@ -170,7 +183,7 @@ std::optional<std::string> addRegistration(std::string& text, Agent agent, const
         const std::optional<std::size_t> list = hooks.find(event);
         const bool placed = list ? placeGroup(text, hooks.children[*list], group, hookPath)
                                  : applied(text, insertChild(text, hooks, hooks.size(), event, OrderedJson::array({group})));
-        if (!placed) return kUnwritablePath;
+        if (!placed) return fail(err, kUnwritablePath);
     }
     const auto keep = [&](const std::string& event, const JsonSpan& list) -> std::optional<std::size_t> {
         for (const auto& [name, group] : groups) {
@@ -180,15 +193,15 @@ std::optional<std::string> addRegistration(std::string& text, Agent agent, const
     };
     while (removeOneEntry(text, hookPath, keep)) {
     }
-    return std::nullopt;
+    return true;
 }
 
-std::optional<std::string> removeRegistration(std::string& text, const std::string& hookPath) {
-    if (std::optional<std::string> problem = editProblem(text)) return problem;
+bool removeRegistration(std::string& text, const std::string& hookPath, std::string* err) {
+    if (!isEditable(text, err)) return false;
     const auto keepNothing = [](const std::string&, const JsonSpan&) { return std::optional<std::size_t>(); };
     while (removeOneEntry(text, hookPath, keepNothing)) {
     }
-    return std::nullopt;
+    return true;
 }
 
 bool sameApartFromRegistration(const OrderedJson& earlier, const OrderedJson& now, const std::string& hookPath) {

@@ -14,13 +14,13 @@ namespace AgentHook::Setup {
 // event's group takes the place of the first group that held only agent-hook,
 // else goes after the first group that shared a hook of ours with the user's,
 // else last; every other agent-hook entry goes. Only those parts of the text
-// change. What is wrong with the document when it has no room for it (`text`
-// is then unchanged).
-std::optional<std::string> addRegistration(std::string& text, Agent agent, const std::string& hookPath);
+// change. False, with what is wrong with the document in `err`, when it has
+// no room for it (`text` is then unchanged).
+[[nodiscard]] bool addRegistration(std::string& text, Agent agent, const std::string& hookPath, std::string* err);
 
 // Removes every agent-hook entry, and the groups, events and "hooks" member
-// that this leaves empty; what is wrong with the document, as above.
-std::optional<std::string> removeRegistration(std::string& text, const std::string& hookPath);
+// that this leaves empty; false and `err` as above.
+[[nodiscard]] bool removeRegistration(std::string& text, const std::string& hookPath, std::string* err);
 
 // Whether two documents without agent-hook's entries differ in nothing but
 // empty event lists or an empty "hooks" member: then the earlier file's bytes

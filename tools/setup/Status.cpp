@@ -78,12 +78,13 @@ void addGrokPlaces(AgentStatus& status, const std::optional<std::string>& projec
     std::vector<FoundEntry> found;
     for (const std::string& name : names) {
         if (!name.ends_with(".json") || folder + "/" + name == status.path) continue;
-        const ReadResult read = readConfiguration(folder + "/" + name);
-        if (!read.document) {
-            status.notes.push_back(read.error);
+        OrderedJson document;
+        bool exists = false;
+        if (std::string err; !readConfiguration(folder + "/" + name, &document, &exists, &err)) {
+            status.notes.push_back(err);
             continue;
         }
-        for (FoundEntry& entry : findRegistration(*read.document, hookPath)) {
+        for (FoundEntry& entry : findRegistration(document, hookPath)) {
             entry.file = folder + "/" + name;
             found.push_back(std::move(entry));
         }
@@ -98,9 +99,11 @@ void addGrokPlaces(AgentStatus& status, const std::optional<std::string>& projec
         }
     }
     const std::string claude = configurationPath(Agent::claude, project);
-    if (const ReadResult read = readConfiguration(claude); read.document) {
+    OrderedJson claudeDocument;
+    bool claudeExists = false;
+    if (std::string ignored; readConfiguration(claude, &claudeDocument, &claudeExists, &ignored)) {
         bool claudeEntries = false;
-        for (FoundEntry& entry : findRegistration(*read.document, hookPath)) {
+        for (FoundEntry& entry : findRegistration(claudeDocument, hookPath)) {
             if (!entry.command.ends_with(" grok")) {
                 claudeEntries = true;
                 continue;
@@ -218,17 +221,13 @@ AgentStatus agentStatus(Agent agent, const std::optional<std::string>& project, 
     AgentStatus status;
     status.agent = agent;
     status.path = configurationPath(agent, project);
-    const ReadResult read = readConfiguration(status.path);
-    status.fileExists = read.exists;
-    if (!read.document) {
-        status.error = read.error;
+    OrderedJson document;
+    if (!readConfiguration(status.path, &document, &status.fileExists, &status.error)) return status;
+    if (std::string problem; !hasHooksShape(document, &problem)) {
+        status.error = status.path + ": " + problem;
         return status;
     }
-    if (std::optional<std::string> problem = shapeProblem(*read.document)) {
-        status.error = status.path + ": " + *problem;
-        return status;
-    }
-    for (FoundEntry& entry : findRegistration(*read.document, hookPath)) {
+    for (FoundEntry& entry : findRegistration(document, hookPath)) {
         if (const std::optional<std::string> note = noteOf(entry, agent)) status.notes.push_back(*note);
         std::vector<std::string> problems = problemsOf(entry, agent);
         status.entries.push_back({std::move(entry), std::move(problems)});

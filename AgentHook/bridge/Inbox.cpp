@@ -14,7 +14,7 @@ std::string inboxDirectory() {
     return support.empty() ? std::string() : support + "/voxtrel/agent/inbox";
 }
 
-bool writeInboxPayload(const AgentInboxPayload& payload) {
+bool writeInboxPayload(const AgentInboxPayload& payload, std::string* path) {
     const std::string directory = inboxDirectory();
     std::string error;
     if (directory.empty()) {
@@ -33,6 +33,7 @@ bool writeInboxPayload(const AgentInboxPayload& payload) {
         error = "the payload holds text that is not valid UTF-8";
     } else if (platform::writeFileAtomically(name + ".json", *bytes, &error, platform::AtomicFile::Mode::privateToUser,
                                              platform::AtomicFile::Temporary::pathDotTmp)) {
+        if (path) *path = name + ".json";
         return true;
     }
     log("Failed to write inbox payload: " + error);
@@ -61,10 +62,14 @@ void fireAgentWake() {
     if (const std::optional<std::string> url = wakeUrl(detectScheme())) platform::openUrl(*url);
 }
 
-void deliverToVoxtrel(const AgentInboxPayload& payload) {
-    const bool written = writeInboxPayload(payload);
-    if (!isVoxtrelRunning()) fireAgentWake();
+bool deliverToVoxtrel(const AgentInboxPayload& payload, Delivery* delivery) {
+    std::string path;
+    const bool written = writeInboxPayload(payload, &path);
+    const bool running = isVoxtrelRunning();
+    if (!running) fireAgentWake();
     if (!written) log("Inbox write failed; deeplink fallback may be needed");
+    if (delivery) *delivery = Delivery{std::move(path), running};
+    return written;
 }
 
 }  // namespace AgentHook

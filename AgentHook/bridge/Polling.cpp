@@ -6,6 +6,8 @@
 #include "bridge/Inbox.hpp"
 #include "platform/AtomicFile.hpp"
 #include "platform/Clock.hpp"
+#include "platform/DirectoryLock.hpp"
+#include "platform/Identifiers.hpp"
 #include "platform/FileEvents.hpp"
 #include "platform/Files.hpp"
 #include "platform/Process.hpp"
@@ -52,6 +54,42 @@ RequestFiles requestFiles(const std::string& scratchDirectory, const std::string
     return files;
 }
 
+namespace {
+
+// Which of the session's requests went out last, and the lock that keeps that
+// record and the payloads in one order: a hook that gives up must not take
+// down a newer request of its session.
+struct SessionRecord {
+    std::string latest;
+    std::string lock;
+};
+
+SessionRecord sessionRecord(const std::string& directory, const std::string& sessionId) {
+    return {directory + "/" + sessionId + "-latest-request", directory + "/" + sessionId + "-requests.lock"};
+}
+
+constexpr double kSessionLockSeconds = 2;
+
+// Dismisses the session's request when `mark` is still its latest, logging
+// `line` first; false when a newer request of the session is showing.
+bool dismissIfLatest(const std::string& directory, const std::string& sessionId, const std::string& mark,
+                     const std::string& line) {
+    const SessionRecord record = sessionRecord(directory, sessionId);
+    const platform::FileLock lock(record.lock, kSessionLockSeconds);
+    // No record (it could not be written) is no sign of a newer request.
+    const std::optional<std::string> latest = platform::readFile(record.latest);
+    if (latest && *latest != mark) return false;
+    if (!line.empty()) logTo(directory, line);
+    dismissAgent(sessionId);
+    return true;
+}
+
+std::string newerRequestLine(const std::string& sessionId) {
+    return "a newer request of session=" + sessionId + " is showing; exiting without a dismiss";
+}
+
+}  // namespace
+
 WaitResult sendToVoxtrelAndWait(const AppRequest& request, const PollEnvironment& environment) {
     const std::string& directory = environment.scratchDirectory;
     // The request files are created by name there: nowhere safe, no request.
@@ -63,11 +101,21 @@ WaitResult sendToVoxtrelAndWait(const AppRequest& request, const PollEnvironment
     const std::string fileKey = request.fileKey.value_or(std::to_string(pid));
     const RequestFiles files = requestFiles(directory, request.sessionId, fileKey);
 
+    // A request that cannot reach the app would hold the agent for nothing:
+    // the agent decides at once.
+    const auto stepAside = [&](const std::string& why) {
+        logTo(directory, why + "; leaving the decision to the agent session=" + request.sessionId);
+        platform::removeFile(files.messageFile);
+        platform::restoreDefaultSignals();
+        return WaitResult{WaitResult::Outcome::unanswered, {}};
+    };
     if (std::string error; !platform::writeFileAtomically(files.messageFile, request.fullMessage, &error)) {
-        logTo(directory, "Failed to write message file: " + error);
+        return stepAside("Failed to write message file: " + error);
     }
     // A stale answer to an earlier request with the same key must never be taken.
-    platform::removeFile(files.responseFile);
+    if (std::string error; platform::removeFileReporting(files.responseFile, &error) == platform::Removal::failed) {
+        return stepAside("A stale answer is in the way (" + error + ")");
+    }
 
     AgentInboxPayload payload;
     payload.kind = AgentInboxPayload::Kind::update;
@@ -90,7 +138,21 @@ WaitResult sendToVoxtrelAndWait(const AppRequest& request, const PollEnvironment
     // The handlers are in place before the app can see the request: whoever
     // sees it may end the hook at once.
     platform::catchTerminationSignals();
-    deliverToVoxtrel(payload);
+    const std::string mark = files.requestId + " " + platform::randomUuid();
+    Delivery delivery;
+    {
+        const SessionRecord record = sessionRecord(directory, request.sessionId);
+        const platform::FileLock lock(record.lock, kSessionLockSeconds);
+        if (!lock.locked()) logTo(directory, "The session's request lock is held elsewhere; sending without it");
+        if (std::string error; !platform::writeFileAtomically(record.latest, mark, &error)) {
+            logTo(directory, "Failed to record the session's latest request: " + error);
+        }
+        if (!deliverToVoxtrel(payload, &delivery)) return stepAside("The request cannot reach the app");
+    }
+    // An app that is not running when the request goes out gets a while to
+    // start and take it (it removes what it reads); a payload still there
+    // then is taken back, and the agent asks in its own terminal.
+    bool mayTakeBack = !delivery.appRunning;
 
     // Between the polls of the schedule the wait sleeps on the response file's
     // directory and the adapter's file (the transcript): an answer or a sign
@@ -139,9 +201,26 @@ WaitResult sendToVoxtrelAndWait(const AppRequest& request, const PollEnvironment
     bool responseTouched = false;
     for (;;) {
         if (const std::optional<std::string> reason = withdrawalReason(request)) {
-            logTo(directory, *reason + " \xE2\x80\x94 dismissing session=" + request.sessionId + " and exiting");
-            dismissAgent(request.sessionId);
+            if (!dismissIfLatest(directory, request.sessionId, mark,
+                                 *reason + " \xE2\x80\x94 dismissing session=" + request.sessionId + " and exiting")) {
+                logTo(directory, *reason + " \xE2\x80\x94 " + newerRequestLine(request.sessionId));
+            }
             return WaitResult{WaitResult::Outcome::withdrawn, {}};
+        }
+        if (mayTakeBack && elapsed >= environment.takeBackSeconds) {
+            mayTakeBack = false;
+            std::string error;
+            switch (platform::removeFileReporting(delivery.path, &error)) {
+                case platform::Removal::removed:
+                    return stepAside("No app took the request within " +
+                                     std::to_string(static_cast<int>(environment.takeBackSeconds)) +
+                                     " s; took it back (requestId=" + files.requestId + ")");
+                case platform::Removal::absent:  // an app took it: its answer is awaited
+                    break;
+                case platform::Removal::failed:
+                    logTo(directory, "Cannot take back the request: " + error);
+                    break;
+            }
         }
         if (elapsed >= nextPoll) {
             if (nextPoll > kLastPollBefore) break;
@@ -158,7 +237,7 @@ WaitResult sendToVoxtrelAndWait(const AppRequest& request, const PollEnvironment
 
     logTo(directory, "Poll timeout after " + std::to_string(nextPoll) + "s for session=" + request.sessionId +
                          " requestId=" + files.requestId);
-    dismissAgent(request.sessionId);
+    if (!dismissIfLatest(directory, request.sessionId, mark, "")) logTo(directory, "Poll timeout: " + newerRequestLine(request.sessionId));
     if (!request.fileKey) platform::removeFile(files.messageFile);
     platform::restoreDefaultSignals();
     return WaitResult{WaitResult::Outcome::unanswered, {}};

@@ -63,6 +63,9 @@ struct PollEnvironment {
     std::function<double(double seconds, int fileEvents)> wait;
     // Off: the schedule of looks alone, as where no notification can be had.
     bool fileNotifications = true;
+    // A payload no app has taken this long after it went out to an app that
+    // was not running is taken back.
+    double takeBackSeconds = 20;
     std::string scratchDirectory{kScratchDirectory};
 };
 

@@ -24,4 +24,20 @@ private:
     bool locked_ = false;
 };
 
+// The same lock on a file of its own (created when missing, mode 0600, never
+// through a link), for what has no directory to itself: a session's requests.
+class FileLock {
+public:
+    explicit FileLock(const std::string& path, double seconds = 2.0);
+    FileLock(const FileLock&) = delete;
+    FileLock& operator=(const FileLock&) = delete;
+    ~FileLock();
+
+    bool locked() const { return locked_; }
+
+private:
+    int fd_ = -1;
+    bool locked_ = false;
+};
+
 }  // namespace AgentHook::platform

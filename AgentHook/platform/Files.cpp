@@ -116,6 +116,13 @@ void removeFile(const std::string& path) {
     if (::unlink(path.c_str()) != 0 && errno == EISDIR) ::rmdir(path.c_str());
 }
 
+Removal removeFileReporting(const std::string& path, std::string* err) {
+    if (::unlink(path.c_str()) == 0) return Removal::removed;
+    if (errno == ENOENT) return Removal::absent;
+    *err = "cannot remove " + path + ": " + lastErrorDescription();
+    return Removal::failed;
+}
+
 bool appendToFile(const std::string& path, std::string_view bytes) {
     const int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (fd < 0) return false;

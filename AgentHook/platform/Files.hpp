@@ -42,6 +42,10 @@ std::optional<std::string> readFile(const std::string& path);
 // Removes a file (or an empty directory); errors are ignored.
 void removeFile(const std::string& path);
 
+// Removes a file, telling whether it was there; `err` says why it could not be.
+enum class Removal { removed, absent, failed };
+[[nodiscard]] Removal removeFileReporting(const std::string& path, std::string* err);
+
 // Appends `bytes` to `path` (created when missing, mode 0600; never through a
 // symbolic link) with a single write on a descriptor opened for appending, so
 // concurrent writers never interleave.

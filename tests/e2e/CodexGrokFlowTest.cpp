@@ -2,6 +2,11 @@
 // permission requests and their replies, byte for byte.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
 #include "bridge/AgentInboxPayload.hpp"
 #include "support/TestSupport.hpp"
 
@@ -133,4 +138,49 @@ TEST_F(AgentFlow, GrokEventFromTheEnvironment) {
     EXPECT_EQ(messagesIn(finished.err).at(2), "Event: session_end session=" + session_);
     EXPECT_EQ(payloadsIn(inboxOf(environment_)),
               std::vector<std::string>{dismissPayload(session_)});
+}
+
+// With no app running as a request goes out, the request gets 20 s to be
+// taken from the inbox; one still there is taken back and the agent asks in
+// its own terminal, while one an app took is waited for as long as ever.
+TEST_F(AgentFlow, ARequestNoAppTakesIsTakenBackAfterTwentySeconds) {
+    const std::string inbox = inboxOf(environment_);
+    const std::string taken = uniqueSessionId("taken");
+    const auto permission = [&](const std::string& session) {
+        return R"({"hook_event_name":"PermissionRequest","session_id":")" + session + R"(","cwd":")" + cwd_ +
+               R"(","tool_name":"Bash","tool_input":{"command":"make"}})";
+    };
+    const auto startedAt = std::chrono::steady_clock::now();
+    RunningProcess untaken = start(AGENT_HOOK_PROGRAM, {"codex"}, environment_.build(), true, permission(session_));
+    RunningProcess answeredLater = start(AGENT_HOOK_PROGRAM, {"codex"}, environment_.build(), true, permission(taken));
+    // The app takes the second session's payload at once and answers after 25 s.
+    std::string response;
+    while (response.empty() && std::chrono::steady_clock::now() - startedAt < std::chrono::seconds(10)) {
+        for (const std::string& path : payloadPathsIn(inbox)) {
+            const auto decoded = AgentHook::decodeInboxPayload(readText(path));
+            if (!decoded || decoded->sessionId != taken) continue;
+            std::filesystem::remove(path);
+            response = decoded->responseFile.value_or("");
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    ASSERT_FALSE(response.empty());
+
+    const Finished gaveUp = finish(untaken);
+    const double gaveUpAfter = std::chrono::duration<double>(std::chrono::steady_clock::now() - startedAt).count();
+    EXPECT_EQ(gaveUp.status, 0);
+    EXPECT_EQ(gaveUp.out, "");
+    EXPECT_GE(gaveUpAfter, 20);
+    EXPECT_LT(gaveUpAfter, 24);
+    const std::vector<std::string> messages = messagesIn(gaveUp.err);
+    const std::string tookBack = "No app took the request within 20 s; took it back (requestId=" + session_ + "-";
+    EXPECT_EQ(std::count_if(messages.begin(), messages.end(), [&](const std::string& m) { return m.rfind(tookBack, 0) == 0; }),
+              1);
+    EXPECT_TRUE(payloadPathsIn(inbox).empty());  // taken back, and no dismiss for it
+
+    std::this_thread::sleep_until(startedAt + std::chrono::seconds(25));
+    writeText(response, "allow");
+    const Finished allowed = finish(answeredLater);
+    EXPECT_EQ(allowed.out, kAllow);
+    removeSessionFiles(taken);
 }

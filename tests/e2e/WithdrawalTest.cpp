@@ -112,3 +112,33 @@ TEST_F(Withdrawal, APromptTypedWhileATurnWaits) {
     append(enqueue + "\n");
     expectWithdrawn(process, "A prompt was typed into Claude Code");
 }
+
+// A permission request given up after the session's next request (its Stop)
+// went out must not take that one down: only the latest request of a session
+// is ever dismissed by the hook that sent it.
+TEST_F(Withdrawal, AHookThatGivesUpLateLeavesTheSessionsNewerRequest) {
+    const std::string answeredInTheDialog =
+        R"({"type":"user","message":{"content":[{"type":"tool_result","tool_use_id":"toolu_9","content":"ok"}]}})";
+    for (const bool byTheDialog : {true, false}) {
+        writeText(transcript(), R"({"type":"assistant","message":{"content":[{"type":"tool_use","id":"toolu_9","name":"Bash","input":)" +
+                                    kCall + "}]}}\n");
+        RunningProcess permission = waiting(permissionEvent());
+        RunningProcess stop = waiting(stopEvent());
+        const std::string stopRequest = payloadsIn(inboxOf(environment_)).back();
+        if (byTheDialog) {
+            append(answeredInTheDialog + "\n");
+        } else {
+            ::kill(permission.pid, SIGTERM);
+        }
+        const Finished late = finish(permission);
+        EXPECT_EQ(late.status, 0);
+        EXPECT_EQ(late.out, "");
+        const std::string reason = byTheDialog ? "The call was answered in Claude Code (toolu_9)" : "SIGTERM received";
+        EXPECT_EQ(messagesIn(late.err).back(),
+                  reason + " \xE2\x80\x94 a newer request of session=" + session_ + " is showing; exiting without a dismiss");
+        EXPECT_EQ(payloadsIn(inboxOf(environment_)).back(), stopRequest);
+        // The newer request itself is still the session's latest: it is withdrawn as ever.
+        ::kill(stop.pid, SIGTERM);
+        expectWithdrawn(stop, "SIGTERM received");
+    }
+}

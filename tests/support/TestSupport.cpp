@@ -332,8 +332,6 @@ std::vector<std::string> messagesIn(const std::string& standardError) {
     return messagesOfLines(standardError, std::nullopt);
 }
 
-namespace {
-
 std::vector<std::string> payloadPathsIn(const std::string& inbox) {
     std::vector<std::pair<fs::file_time_type, std::string>> files;
     std::error_code error;
@@ -345,8 +343,6 @@ std::vector<std::string> payloadPathsIn(const std::string& inbox) {
     for (auto& [time, path] : files) paths.push_back(std::move(path));
     return paths;
 }
-
-}  // namespace
 
 std::vector<std::string> payloadsIn(const std::string& inbox) {
     std::vector<std::string> payloads;

@@ -110,7 +110,8 @@ void waitForInterruptHandler(pid_t pid);
 // The messages of the log lines in a captured standard error.
 std::vector<std::string> messagesIn(const std::string& standardError);
 
-// The payload files (".json") in `inbox`, oldest first, as bytes.
+// The payload files (".json") in `inbox`, oldest first: their paths, their bytes.
+std::vector<std::string> payloadPathsIn(const std::string& inbox);
 std::vector<std::string> payloadsIn(const std::string& inbox);
 // Waits up to `seconds` for a ".json" file to appear; returns its path.
 std::optional<std::string> waitForPayload(const std::string& inbox, double seconds);

@@ -4,6 +4,8 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
+#include <limits>
 #include <unistd.h>
 
 #include "bridge/Inbox.hpp"
@@ -44,6 +46,7 @@ protected:
         PollEnvironment poll;
         poll.scratchDirectory = scratch_;
         poll.fileNotifications = notifications;
+        poll.takeBackSeconds = takeBackSeconds_;
         request_.movedOn = std::move(watch);
         elapsed_ = 0;
         longestWait_ = 0;
@@ -68,6 +71,9 @@ protected:
     AppRequest request_;
     double elapsed_ = 0;
     double longestWait_ = 0;
+    // No app runs here, and none takes the payloads: the schedule alone is
+    // driven unless a test takes the payload back.
+    double takeBackSeconds_ = std::numeric_limits<double>::infinity();
 };
 
 }  // namespace
@@ -158,21 +164,63 @@ TEST_F(Polling, TimesOutAfterThirtyMinutesAndDismisses) {
     EXPECT_NE(std::find(payloads.begin(), payloads.end(), R"({"kind":"dismiss","sessionId":"s1"})"), payloads.end());
 }
 
-TEST_F(Polling, AnUnwritableInboxIsLoggedAndTheWaitGoesOn) {
-    testsupport::makeDirectories(environment_.home + "/.local/share/voxtrel/agent");
-    testsupport::writeText(testsupport::inboxOf(environment_), "a file in the way");
-    const RequestFiles paths = files();
-    const std::size_t since = testsupport::logSize();
-    const WaitResult result = roundTrip([&](double elapsed) {
-        if (elapsed == 2) testsupport::writeText(paths.responseFile, "ok");
-    });
-    EXPECT_EQ(result.reply, "ok");
-    const auto messages = testsupport::logMessagesOf(::getpid(), since);
-    auto has = [&](const std::string& prefix) {
-        return std::any_of(messages.begin(), messages.end(), [&](const std::string& m) { return m.rfind(prefix, 0) == 0; });
+// A request that cannot reach the app never holds the agent: no wait at all.
+TEST_F(Polling, ARequestThatCannotReachTheAppStepsAsideAtOnce) {
+    struct Case {
+        const char* what;
+        std::function<void(const RequestFiles&)> block;
+        const char* logged;
     };
-    EXPECT_TRUE(has("Failed to create inbox directory: "));
-    EXPECT_TRUE(has("Inbox write failed; deeplink fallback may be needed"));
+    const Case cases[] = {
+        {"inbox", [&](const RequestFiles&) {
+             testsupport::makeDirectories(environment_.home + "/.local/share/voxtrel/agent");
+             testsupport::writeText(testsupport::inboxOf(environment_), "a file in the way");
+         }, "The request cannot reach the app; leaving the decision to the agent session=s1"},
+        {"message", [](const RequestFiles& paths) { testsupport::makeDirectories(paths.messageFile + "/x"); },
+         "Failed to write message file: "},
+        {"stale answer", [](const RequestFiles& paths) {
+             testsupport::makeDirectories(paths.responseFile);
+             testsupport::writeText(paths.responseFile + "/x", "stale");
+         }, "A stale answer is in the way ("},
+    };
+    for (const Case& c : cases) {
+        TempDir dir;
+        scratch_ = dir.file("scratch");
+        testsupport::makeDirectories(scratch_);
+        request_.fileKey = "stop";
+        c.block(files());
+        bool waited = false;
+        const WaitResult result = roundTrip([&](double) { waited = true; });
+        EXPECT_EQ(result.outcome, WaitResult::Outcome::unanswered) << c.what;
+        EXPECT_FALSE(waited) << c.what;
+        EXPECT_NE(scratchLog().find(c.logged), std::string::npos) << c.what;
+        EXPECT_NE(scratchLog().find("; leaving the decision to the agent session=s1\n"), std::string::npos) << c.what;
+    }
+}
+
+// An app that was not running as the request went out has 20 s to take the
+// payload; one still in the inbox then is taken back, and the agent decides.
+TEST_F(Polling, APayloadNoAppTookIsTakenBack) {
+    takeBackSeconds_ = 20;
+    const std::string inbox = testsupport::inboxOf(environment_);
+    for (const bool appTakesIt : {false, true}) {
+        TempDir dir;
+        scratch_ = dir.file("scratch");
+        const RequestFiles paths = files();
+        const WaitResult result = roundTrip([&](double elapsed) {
+            if (appTakesIt && elapsed == 19.75) {
+                for (const auto& entry : std::filesystem::directory_iterator(inbox)) std::filesystem::remove(entry.path());
+            }
+            if (elapsed == 60) testsupport::writeText(paths.responseFile, "allow");
+        });
+        EXPECT_EQ(result.reply, appTakesIt ? "allow" : "") << appTakesIt;
+        EXPECT_EQ(elapsed_, appTakesIt ? 60 : 20) << appTakesIt;
+        EXPECT_FALSE(testsupport::exists(paths.messageFile));
+        EXPECT_TRUE(testsupport::payloadsIn(inbox).empty()) << appTakesIt;  // and no dismiss for what was taken back
+        EXPECT_EQ(scratchLog().find("No app took the request within 20 s; took it back (requestId=" + paths.requestId +
+                                    "); leaving the decision to the agent session=s1\n") != std::string::npos,
+                  !appTakesIt);
+    }
 }
 
 TEST_F(Polling, ARequestNobodyCanAnswerIsWithdrawnAtTheNextQuarterSecond) {

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
 #include <ftw.h>
 #include <spawn.h>
@@ -65,7 +66,11 @@ pid_t spawnProgram(const std::string& program, const std::vector<std::string>& a
     } else {
         posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     }
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    if (options.stdoutFd >= 0) {
+        posix_spawn_file_actions_adddup2(&actions, options.stdoutFd, STDOUT_FILENO);
+    } else {
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    }
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
 
     std::vector<char*> argv;
@@ -128,8 +133,9 @@ void createDirectories(const std::string& path) {
     }
 }
 
-void writeFile(const std::string& path, std::string_view bytes, int mode) {
-    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
+namespace {
+void writeAt(const std::string& path, std::string_view bytes, int flags, int mode) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, mode);
     if (fd < 0) fail("open " + path);
     while (!bytes.empty()) {
         const ssize_t n = ::write(fd, bytes.data(), bytes.size());
@@ -140,6 +146,23 @@ void writeFile(const std::string& path, std::string_view bytes, int mode) {
         bytes.remove_prefix(static_cast<std::size_t>(n));
     }
     if (::close(fd) != 0) fail("close " + path);
+}
+}  // namespace
+
+void writeFile(const std::string& path, std::string_view bytes, int mode) { writeAt(path, bytes, O_TRUNC, mode); }
+
+void appendFile(const std::string& path, std::string_view bytes) { writeAt(path, bytes, O_APPEND, 0644); }
+
+std::vector<std::string> listDirectory(const std::string& path) {
+    std::vector<std::string> names;
+    DIR* directory = ::opendir(path.c_str());
+    if (directory == nullptr) return names;
+    while (const dirent* entry = ::readdir(directory)) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..") names.push_back(name);
+    }
+    ::closedir(directory);
+    return names;
 }
 
 std::string readFile(const std::string& path) {

@@ -26,6 +26,7 @@ std::vector<std::string> hookEnvironment(const std::string& home, const std::str
 struct SpawnOptions {
     std::string stdinPath;  // opened read-only as standard input, when not empty
     int stdinFd = -1;       // dup'ed onto standard input, when not negative
+    int stdoutFd = -1;      // dup'ed onto standard output, when not negative (else the null device)
     const std::vector<std::string>* environment = nullptr;  // the parent's when null
 };
 
@@ -44,7 +45,10 @@ std::string makeTemporaryDirectory(std::string_view label);
 void removeTree(const std::string& path);
 void createDirectories(const std::string& path);
 void writeFile(const std::string& path, std::string_view bytes, int mode = 0644);
+void appendFile(const std::string& path, std::string_view bytes);
 std::string readFile(const std::string& path);
+// The names in a directory (none when it cannot be read).
+std::vector<std::string> listDirectory(const std::string& path);
 
 // A token that no other process on the machine uses at the same time.
 std::string uniqueToken();

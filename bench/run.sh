@@ -11,7 +11,7 @@ build=${1:-build}
 
 cmake -B "$build" -S . -DCMAKE_BUILD_TYPE=Release >/dev/null || exit 2
 cmake --build "$build" -j2 --target agent-hook static-baseline startup-bench transcript-bench \
-  concurrent-log-bench title-bench glob-bench grok-history-bench || exit 2
+  concurrent-log-bench latency-bench title-bench glob-bench grok-history-bench || exit 2
 
 bin="$build/bench"
 log=$(mktemp)
@@ -30,6 +30,7 @@ run "$bin/transcript-bench"
 # The same on 1 GiB, against `wc -l` on the file (a 1 GiB temporary file, removed afterwards).
 run "$bin/transcript-bench" --megabytes 1024
 run "$bin/concurrent-log-bench"
+run "$bin/latency-bench"
 echo
 "$bin/title-bench" --benchmark_format=console | tee -a "$log"
 [ "${PIPESTATUS[0]}" -eq 0 ] || status=1

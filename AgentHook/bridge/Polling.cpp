@@ -22,6 +22,7 @@ namespace {
 constexpr int kFastPhaseSeconds = 300;
 constexpr int kLastPollBefore = 1799;
 constexpr double kWatchSeconds = 0.25;
+constexpr double kWatchAfterChangeSeconds = 1;
 
 // Why the request must be withdrawn now, or nothing.
 std::optional<std::string> withdrawalReason(const AppRequest& request) {
@@ -159,9 +160,9 @@ WaitResult sendToVoxtrelAndWait(const AppRequest& request, const PollEnvironment
     // that the session moved on is seen at once, not at the next look.
     platform::FileEvents events;
     std::string eventsError;
-    if (environment.fileNotifications &&
-        (!events.addDirectory(directory, &eventsError) ||
-         (!request.watchedFile.empty() && !events.addFile(request.watchedFile, &eventsError)))) {
+    const bool notified = environment.fileNotifications && events.addDirectory(directory, &eventsError) &&
+                          (request.watchedFile.empty() || events.addFile(request.watchedFile, &eventsError));
+    if (environment.fileNotifications && !notified) {
         logTo(directory, "No file notifications (" + eventsError + "); looking on the schedule only");
     }
     const std::string responseName = files.responseFile.substr(directory.size() + 1);
@@ -199,6 +200,9 @@ WaitResult sendToVoxtrelAndWait(const AppRequest& request, const PollEnvironment
     double elapsed = 0;
     int nextPoll = 0;
     bool responseTouched = false;
+    // When the watched file changed last: the watch may need another look a
+    // moment later (a typed prompt is judged once it has stayed queued).
+    double watchedFileChanged = 0;
     for (;;) {
         if (const std::optional<std::string> reason = withdrawalReason(request)) {
             if (!dismissIfLatest(directory, request.sessionId, mark,
@@ -229,10 +233,19 @@ WaitResult sendToVoxtrelAndWait(const AppRequest& request, const PollEnvironment
         } else if (responseTouched) {
             if (std::optional<WaitResult> result = answer(false)) return std::move(*result);
         }
-        const double pause = std::min(kWatchSeconds, nextPoll - elapsed);
+        // With notifications the wait sleeps until the next poll of the
+        // schedule (a signal and a hang-up wake it too), looking every quarter
+        // second only for a while after the watched file changed; without
+        // them it looks every quarter second throughout.
+        double pause = nextPoll - elapsed;
+        if (!notified || elapsed - watchedFileChanged < kWatchAfterChangeSeconds) pause = std::min(pause, kWatchSeconds);
+        if (mayTakeBack) pause = std::min(pause, std::max(0.0, environment.takeBackSeconds - elapsed));
         elapsed += environment.wait(pause, events.descriptor());
         responseTouched = false;
-        for (const std::string& name : events.take()) responseTouched = responseTouched || name.empty() || name == responseName;
+        for (const std::string& name : events.take()) {
+            if (name.empty()) watchedFileChanged = elapsed;
+            responseTouched = responseTouched || name.empty() || name == responseName;
+        }
     }
 
     logTo(directory, "Poll timeout after " + std::to_string(nextPoll) + "s for session=" + request.sessionId +

@@ -1,13 +1,21 @@
 // The blocking round trip with the app: the request's body goes to a message
-// file, an update payload to the inbox, and the response file is polled once
-// a second for five minutes, then every ten seconds, up to 30 minutes in all.
-// On time-out the request is withdrawn (a dismiss payload).
+// file, an update payload to the inbox, and the response file is read the
+// moment it is moved into place (file notifications), and on a schedule as
+// well: once a second for five minutes, then every ten seconds, up to 30
+// minutes in all. On time-out the request is withdrawn (a dismiss payload).
 //
 // A request nobody can answer any more is withdrawn at once, and the caller
 // told to exit with status 0 and no output: on SIGINT, SIGTERM or SIGHUP, when
 // standard output hangs up (the agent is gone), and when the adapter's watch
-// sees that the session moved on without the app. These are looked at every
-// quarter second, whatever the response file's schedule.
+// sees that the session moved on without the app. Signals and the hang-up
+// wake the wait; the watch is asked when its file changes, every quarter
+// second for a second after that, and at each poll (every quarter second
+// throughout where no notification can be had).
+//
+// A hook that gives up dismisses only its own request, never a newer one of
+// its session; a request no app took within 20 s of going out to an app that
+// was not running is taken back, and one that cannot reach the app at all is
+// given up at once: the agent then asks in its own terminal.
 #pragma once
 
 #include <functional>
@@ -32,7 +40,7 @@ struct WaitResult {
 };
 
 // Why a waiting request is moot ("the call was answered in the terminal"),
-// or nothing while it still stands. Called every quarter second.
+// or nothing while it still stands. Called at every look of the wait.
 using SessionWatch = std::function<std::optional<std::string>()>;
 
 // One request to the app, from the handler that asks to the payload: the

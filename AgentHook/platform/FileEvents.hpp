@@ -36,7 +36,7 @@ public:
 
 private:
     int fd_ = -1;
-    std::vector<int> watched_;  // macOS: the descriptors kqueue watches
+    std::vector<int> watched_;  // the watches (Linux) or the descriptors kqueue watches (macOS)
 };
 
 }  // namespace AgentHook::platform

@@ -104,17 +104,31 @@ TEST_F(Polling, ReturnsTheAnswerVerbatimAndCleansUpByKey) {
 }
 
 // With notifications the answer is taken as soon as it is written, between
-// the polls of the schedule.
-TEST_F(Polling, AnAnswerWakesTheWait) {
-    for (const double answerAt : {0.25, 0.75, 300.25}) {
+// the polls of the schedule, and the wait sleeps from poll to poll: a hook
+// that waits costs next to nothing.
+TEST_F(Polling, AnAnswerWakesTheWaitThatOtherwiseSleepsFromPollToPoll) {
+    for (const double answerAt : {0.4, 7.5, 300.25}) {
         const RequestFiles paths = files();
-        const WaitResult result = roundTrip(
-            [&](double elapsed) {
-                if (elapsed == answerAt) testsupport::writeText(paths.responseFile, "allow");
-            },
-            {}, true);
+        PollEnvironment poll;
+        poll.scratchDirectory = scratch_;
+        poll.takeBackSeconds = takeBackSeconds_;
+        double elapsed = 0;
+        int waits = 0;
+        poll.wait = [&](double seconds, int) {
+            // The notification of the answer ends the sleep at its moment.
+            const double slept = elapsed < answerAt && elapsed + seconds >= answerAt ? answerAt - elapsed : seconds;
+            elapsed += slept;
+            if (elapsed <= 10) ++waits;
+            if (elapsed == answerAt) testsupport::writeText(paths.responseFile, "allow");
+            return slept;
+        };
+        const WaitResult result = sendToVoxtrelAndWait(request_, poll);
         EXPECT_EQ(result.reply, "allow");
-        EXPECT_EQ(elapsed_, answerAt);
+        EXPECT_EQ(elapsed, answerAt);
+        // Quarter seconds during the first second, then one wait a poll.
+        if (answerAt > 10) {
+            EXPECT_EQ(waits, 4 + 9);
+        }
     }
 }
 

@@ -23,6 +23,7 @@ constexpr int kFastPhaseSeconds = 300;
 constexpr int kLastPollBefore = 1799;
 constexpr double kWatchSeconds = 0.25;
 constexpr double kWatchAfterChangeSeconds = 1;
+constexpr std::size_t kAnswerLimit = 1u << 20;
 
 // Why the request must be withdrawn now, or nothing.
 std::optional<std::string> withdrawalReason(const AppRequest& request) {
@@ -174,9 +175,21 @@ WaitResult sendToVoxtrelAndWait(const AppRequest& request, const PollEnvironment
     const auto answer = [&](bool scheduled) -> std::optional<WaitResult> {
         std::string refusal;
         std::string reply;
-        const bool read = platform::readOwnFile(files.responseFile, &reply, &refusal);
+        bool read = platform::readOwnFile(files.responseFile, &reply, &refusal, kAnswerLimit);
         // A half-written or non-UTF-8 answer is read again later.
-        if (read && text::isValidUtf8(reply) && (scheduled || !reply.empty())) {
+        if (read && !text::isValidUtf8(reply)) {
+            read = false;
+            refusal = "not valid UTF-8 (read again until it is)";
+        }
+        // Far beyond any spoken answer: no answer, and the agent decides.
+        if (refusal.starts_with(platform::kLargerThan)) {
+            logTo(directory, "Response file " + files.responseFile + " is " + refusal + "; taken as no answer");
+            platform::removeFile(files.responseFile);
+            platform::removeFile(files.messageFile);
+            platform::restoreDefaultSignals();
+            return WaitResult{WaitResult::Outcome::unanswered, {}};
+        }
+        if (read && (scheduled || !reply.empty())) {
             logTo(directory, "Poll got response (" + std::to_string(text::characterCount(reply)) +
                                  " chars) for session=" + request.sessionId + " requestId=" + files.requestId);
             if (!request.fileKey) {
@@ -187,7 +200,8 @@ WaitResult sendToVoxtrelAndWait(const AppRequest& request, const PollEnvironment
             if (reply.empty()) return WaitResult{WaitResult::Outcome::unanswered, {}};
             return WaitResult{WaitResult::Outcome::answered, std::move(reply)};
         }
-        // Someone else's file, or a link to one, is never the user's answer.
+        // Someone else's file, a link, or text that is not UTF-8 is never the
+        // user's answer; each reason is logged once.
         if (!refusal.empty() && refusal != lastRefusal) {
             logTo(directory, "Ignoring response file " + files.responseFile + ": " + refusal);
         }

@@ -1,6 +1,7 @@
 #include "claude/AlwaysAllow.hpp"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "platform/AtomicFile.hpp"
 #include "platform/DirectoryLock.hpp"
@@ -125,33 +126,55 @@ SettingsMerge mergeAllowRules(std::string_view settings, const std::vector<std::
     return {std::move(bytes), std::string()};
 }
 
+namespace {
+
+// Where the project's settings.local.json really is, inside the project's
+// real folder; nothing (logged) when a link leads out of it, since a cloned
+// repository can plant ".claude" or the file itself as a link to a user's
+// file elsewhere. The call is allowed all the same.
+std::optional<std::string> projectSettingsPath(const std::string& cwd) {
+    const std::optional<std::string> project = platform::realPath(cwd);
+    if (!project) {
+        log("Always-allow: the project folder " + cwd + " cannot be found: " + platform::lastErrorDescription() +
+            "; nothing written");
+        return std::nullopt;
+    }
+    if (std::string problem; !platform::ensurePlainSubdirectory(*project, ".claude", &problem)) {
+        log("Always-allow: " + problem + "; nothing written");
+        return std::nullopt;
+    }
+    const std::string path = joinPath(*project, ".claude/settings.local.json");
+    const std::optional<std::string> link = platform::linkTarget(path);
+    if (!link) return path;
+    const std::optional<std::string> real = platform::realPath(path);
+    const std::string inside = *project == "/" ? "/" : *project + "/";
+    if (!real || !real->starts_with(inside)) {
+        log("Always-allow: " + path + " is a link to " + *link + ", " +
+            (real ? "outside the project" : "which does not exist") + "; nothing written");
+        return std::nullopt;
+    }
+    return real;
+}
+
+}  // namespace
+
 void persistAllowRules(const std::string& cwd, const std::vector<std::string>& rules) {
     if (cwd.empty() || rules.empty()) {
         log("Always-allow: skipping settings.local.json persist (empty cwd or rules)");
         return;
     }
-    const std::string directory = joinPath(cwd, ".claude");
-    const std::string path = joinPath(directory, "settings.local.json");
-    std::string error;
-    if (!platform::createDirectories(directory, &error)) {
-        log("Always-allow: cannot create " + directory + ": " + error);
-        return;
-    }
-    const std::string target = platform::followLinks(path);
-    const platform::DirectoryLock lock(target.substr(0, target.rfind('/')), kRulesLockSeconds);
+    const std::optional<std::string> target = projectSettingsPath(cwd);
+    if (!target) return;
+    const platform::DirectoryLock lock(target->substr(0, target->rfind('/')), kRulesLockSeconds);
     // Never written without the lock: another hook's rules would be lost.
     if (!lock.locked()) {
-        log("Always-allow: cannot lock " + path + " (another hook holds it); left as it was");
+        log("Always-allow: cannot lock " + *target + " (another hook holds it); left as it was");
         return;
     }
     std::string settings;
-    if (platform::fileExists(target)) {
-        std::optional<std::string> read = platform::readFile(target);
-        if (!read) {
-            log("Always-allow: cannot read " + path + ": " + platform::lastErrorDescription() + "; left as it was");
-            return;
-        }
-        settings = std::move(*read);
+    if (std::string why; !platform::readRegularFile(*target, &settings, &why) && errno != ENOENT) {
+        log("Always-allow: cannot read " + *target + ": " + why + "; left as it was");
+        return;
     }
     const SettingsMerge merge = mergeAllowRules(settings, rules);
     if (merge.unserializable) {
@@ -159,14 +182,15 @@ void persistAllowRules(const std::string& cwd, const std::vector<std::string>& r
         return;
     }
     if (!merge.bytes) {
-        log("Always-allow: " + path + " " + merge.problem + "; left as it was");
+        log("Always-allow: " + *target + " " + merge.problem + "; left as it was");
         return;
     }
-    if (!platform::writeFileAtomically(target, *merge.bytes, &error, platform::AtomicFile::Mode::keepTarget)) {
-        log("Always-allow: failed to write " + path + ": " + error);
+    std::string error;
+    if (!platform::writeFileAtomically(*target, *merge.bytes, &error, platform::AtomicFile::Mode::keepTarget)) {
+        log("Always-allow: failed to write " + *target + ": " + error);
         return;
     }
-    log("Always-allow: persisted " + text::describeList(rules) + " to " + path);
+    log("Always-allow: persisted " + text::describeList(rules) + " to " + *target);
 }
 
 }  // namespace AgentHook::Claude

@@ -72,6 +72,12 @@ bool AtomicFile::renameOverTarget() {
     const int fd = fd_;
     fd_ = -1;
     if (::close(fd) != 0) return fail("cannot close " + temporary_);
+    // A FIFO, a device or a link in the target's place is never replaced.
+    if (struct stat target; ::lstat(path_.c_str(), &target) == 0 && !S_ISREG(target.st_mode)) {
+        error_ = "will not replace " + path_ + ": not a regular file";
+        failed_ = true;
+        return false;
+    }
     if (::rename(temporary_.c_str(), path_.c_str()) != 0) return fail("cannot rename " + temporary_ + " to " + path_);
     temporary_.clear();
     return true;

@@ -2,7 +2,8 @@
 // created beside the target with mkstemp (an unpredictable name, never
 // following a link), and an explicit commit renames it over the target. A
 // temporary that is not committed is removed when the object goes away, so
-// every failure path leaves the target as it was.
+// every failure path leaves the target as it was. Only a regular file (or
+// nothing) is ever replaced: never a FIFO, a device or a link.
 //
 // One exception of name: a reader that skips "<name>.tmp" (the app's inbox)
 // gets exactly that temporary, created exclusively and never through a link;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
@@ -59,36 +60,58 @@ bool makePrivateDirectory(const std::string& path, std::string* err) {
     return true;
 }
 
-bool readOwnFile(const std::string& path, std::string* contents, std::string* refusal) {
+namespace {
+
+// Reads an open descriptor on the terms of readRegularFile; `owner` (when not
+// negative) must own the file.
+bool readOpened(int fd, std::string* contents, std::string* err, std::size_t limit, int owner) {
+    struct stat info;
+    bool taken = false;
+    const std::string tooLarge = std::string(kLargerThan) + std::to_string(limit >> 20) + " MiB";
+    if (::fstat(fd, &info) != 0) {
+        *err = lastErrorDescription();
+    } else if (!S_ISREG(info.st_mode)) {
+        *err = "not a regular file";
+    } else if (owner >= 0 && info.st_uid != static_cast<uid_t>(owner)) {
+        *err = "another user's (uid " + std::to_string(info.st_uid) + ")";
+    } else if (static_cast<std::uint64_t>(info.st_size) > limit) {
+        *err = tooLarge;
+    } else if (std::optional<std::string> bytes = readAll(fd, limit)) {
+        *contents = std::move(*bytes);
+        taken = true;
+    } else {
+        *err = errno == EFBIG ? tooLarge : lastErrorDescription();
+    }
+    ::close(fd);
+    return taken;
+}
+
+}  // namespace
+
+bool readRegularFile(const std::string& path, std::string* contents, std::string* err, std::size_t limit) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) {
+        *err = lastErrorDescription();
+        return false;
+    }
+    return readOpened(fd, contents, err, limit, -1);
+}
+
+bool readOwnFile(const std::string& path, std::string* contents, std::string* refusal, std::size_t limit) {
     refusal->clear();
     const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0) {
         if (errno == ELOOP) *refusal = "a symbolic link";
         return false;
     }
-    struct stat info;
-    std::optional<std::string> bytes;
-    if (::fstat(fd, &info) != 0) {
-        *refusal = "not readable";
-    } else if (!S_ISREG(info.st_mode)) {
-        *refusal = "not a regular file";
-    } else if (info.st_uid != ::geteuid()) {
-        *refusal = "another user's (uid " + std::to_string(info.st_uid) + ")";
-    } else {
-        bytes = readAll(fd);
-    }
-    ::close(fd);
-    if (!bytes) return false;
-    *contents = std::move(*bytes);
-    return true;
+    return readOpened(fd, contents, refusal, limit, static_cast<int>(::geteuid()));
 }
 
 std::optional<std::string> readFile(const std::string& path) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return std::nullopt;
-    std::optional<std::string> bytes = readAll(fd);
-    ::close(fd);
-    return bytes;
+    std::string contents;
+    std::string ignored;
+    if (!readRegularFile(path, &contents, &ignored)) return std::nullopt;
+    return contents;
 }
 
 bool writeFile(const std::string& path, std::string_view bytes, std::string* error) {
@@ -148,6 +171,44 @@ std::string followLinks(const std::string& path) {
                                                                 : resolved.substr(0, resolved.rfind('/') + 1) + *target;
     }
     return resolved;
+}
+
+std::optional<std::string> realPath(const std::string& path) {
+    char* resolved = ::realpath(path.c_str(), nullptr);
+    if (resolved == nullptr) return std::nullopt;
+    std::string result(resolved);
+    std::free(resolved);
+    return result;
+}
+
+bool ensurePlainSubdirectory(const std::string& parent, const std::string& name, std::string* err) {
+    const std::string path = parent + "/" + name;
+    const int parentFd = ::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (parentFd < 0) {
+        *err = "cannot open " + parent + ": " + lastErrorDescription();
+        return false;
+    }
+    struct stat info;
+    bool fit = false;
+    if (::fstatat(parentFd, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT) {
+        if (::mkdirat(parentFd, name.c_str(), 0777) != 0 && errno != EEXIST) {
+            *err = "cannot create " + path + ": " + lastErrorDescription();
+            ::close(parentFd);
+            return false;
+        }
+    }
+    // Looked at again after the creation: what is there now is what counts.
+    if (::fstatat(parentFd, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+        *err = "cannot examine " + path + ": " + lastErrorDescription();
+    } else if (S_ISLNK(info.st_mode)) {
+        *err = path + " is a link to " + linkTarget(path).value_or("?");
+    } else if (!S_ISDIR(info.st_mode)) {
+        *err = path + " is not a directory";
+    } else {
+        fit = true;
+    }
+    ::close(parentFd);
+    return fit;
 }
 
 bool isExecutableFile(const std::string& path) {

@@ -23,13 +23,29 @@ bool fileExists(const std::string& path);
 // what is wrong with it in `err`, when it is not fit to use.
 [[nodiscard]] bool makePrivateDirectory(const std::string& path, std::string* err);
 
-// A file another program left for this user to read: opened without
-// following a link, and taken only when it is a regular file of this user's.
-// False when there is none to take: `refusal` then says why a file that is
-// there was not taken, and is empty when there is no file or it cannot be read.
-[[nodiscard]] bool readOwnFile(const std::string& path, std::string* contents, std::string* refusal);
+// The most a settings or configuration file may hold: far beyond any real
+// one, and a link to /dev/zero or a huge file never exhausts the memory.
+inline constexpr std::size_t kUserFileLimit = 16u << 20;
 
-// The whole file, or nothing when it cannot be opened or read.
+// How a refusal for size begins: "larger than 16 MiB".
+inline constexpr std::string_view kLargerThan = "larger than ";
+
+// The one way both programs read a file that someone may have put anything in
+// place of (a FIFO, a device, a link to either): opened without blocking and
+// without taking a terminal, and taken only when it is a regular file of at
+// most `limit` bytes. False with `err`: "not a regular file", "larger than N
+// MiB", or the system's reason (errno is ENOENT when there is no file).
+[[nodiscard]] bool readRegularFile(const std::string& path, std::string* contents, std::string* err,
+                                   std::size_t limit = kUserFileLimit);
+
+// A file another program left for this user to read, on the same terms, but
+// never through a link, and only when it is this user's. False when there is
+// none to take: `refusal` then says why a file that is there was not taken,
+// and is empty when there is no file or it cannot be read.
+[[nodiscard]] bool readOwnFile(const std::string& path, std::string* contents, std::string* refusal,
+                               std::size_t limit = kUserFileLimit);
+
+// The whole file as readRegularFile takes it, or nothing.
 std::optional<std::string> readFile(const std::string& path);
 
 // Creates (or truncates) `path`, mode 0600 and never through a symbolic
@@ -58,6 +74,16 @@ std::optional<std::string> linkTarget(const std::string& path);
 // followed (a settings file kept in a dotfiles repository), so that a writer
 // replaces the target and the link stays. A loop ends after 40 links.
 std::string followLinks(const std::string& path);
+
+// The absolute path with every link resolved, or nothing when a part of it
+// does not exist.
+std::optional<std::string> realPath(const std::string& path);
+
+// The folder `name` right inside `parent`, reached without following a link
+// and created when missing (mode 0777 less the umask): never a directory made
+// or entered through a link. False with `err` when `name` is a link (`err`
+// names its target) or not a directory, or it cannot be created.
+[[nodiscard]] bool ensurePlainSubdirectory(const std::string& parent, const std::string& name, std::string* err);
 
 // Whether `path` is a regular file this user may execute.
 bool isExecutableFile(const std::string& path);

@@ -21,13 +21,13 @@ bool writeAll(int fd, std::string_view bytes) {
     return true;
 }
 
-std::optional<std::string> readAll(int fd) {
+std::optional<std::string> readAll(int fd, std::size_t limit) {
     std::string bytes;
     struct stat info;
     // Size the buffer once for regular files; large transcripts are read whole.
     std::size_t chunk = 64 * 1024;
     if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0) {
-        chunk = static_cast<std::size_t>(info.st_size) + 1;
+        chunk = std::min(static_cast<std::size_t>(info.st_size), limit) + 1;
     }
     std::size_t used = 0;
     for (;;) {
@@ -39,6 +39,10 @@ std::optional<std::string> readAll(int fd) {
         }
         if (n == 0) break;
         used += static_cast<std::size_t>(n);
+        if (used > limit) {
+            errno = EFBIG;
+            return std::nullopt;
+        }
         chunk = std::max<std::size_t>(chunk, 64 * 1024);
     }
     bytes.resize(used);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,8 +13,9 @@ namespace AgentHook::platform {
 // on EINTR. False when the descriptor refuses the bytes.
 [[nodiscard]] bool writeAll(int fd, std::string_view bytes);
 
-// Reads `fd` to end of file; nothing when a read fails.
-std::optional<std::string> readAll(int fd);
+// Reads `fd` to end of file; nothing when a read fails, or (errno EFBIG)
+// when there is more than `limit`.
+std::optional<std::string> readAll(int fd, std::size_t limit = SIZE_MAX);
 
 // Waits until `fd` is ready for `events` (or has hung up or failed: the next
 // call on it tells which), retrying after signals. False once `deadline` has passed.

@@ -190,4 +190,18 @@ std::string_view trimmedWhere(std::string_view text, bool (*trim)(long codePoint
     return text.substr(begin, end - begin);
 }
 
+std::string withReplacementCharacters(std::string_view text) {
+    std::string result;
+    result.reserve(text.size());
+    for (std::size_t index = 0; index < text.size();) {
+        const std::size_t start = index;
+        if (decodeCodePoint(text, index) < 0) {
+            result += "\xEF\xBF\xBD";
+        } else {
+            result.append(text.substr(start, index - start));
+        }
+    }
+    return result;
+}
+
 }  // namespace AgentHook::text

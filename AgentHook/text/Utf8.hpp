@@ -41,6 +41,9 @@ std::string_view trimmedWhere(std::string_view text, bool (*trim)(long codePoint
 // byte) for an invalid sequence.
 long decodeCodePoint(std::string_view text, std::size_t& index);
 
+// The text with every byte that is not part of valid UTF-8 replaced by U+FFFD.
+std::string withReplacementCharacters(std::string_view text);
+
 // The value of a hexadecimal digit, or -1.
 constexpr int hexDigitValue(char c) {
     if (c >= '0' && c <= '9') return c - '0';

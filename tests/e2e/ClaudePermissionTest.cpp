@@ -2,6 +2,9 @@
 // session bypass, stored rules, and the project's settings file.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <functional>
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -149,21 +152,86 @@ TEST_F(ClaudePermission, AlwaysWithAModeSwitchAllowsTheWholeTool) {
 }
 
 TEST_F(ClaudePermission, AlwaysWithRulesStoresThoseRules) {
-    // The settings file is a link into the user's dotfiles: the link stays.
-    const std::string dotfiles = dir_.file("dotfiles.json");
-    writeText(dotfiles, "{}");
-    makeDirectories(cwd_ + "/.claude");
-    ASSERT_EQ(::symlink(dotfiles.c_str(), settingsFile().c_str()), 0);
     writeText(autoAcceptFile("Bash"), "git ");
-
     const Finished finished = answered(bash("npm test", kRuleSuggestions), "ALWAYS");
     EXPECT_EQ(finished.out, kAllow);
     EXPECT_EQ(readText(autoAcceptFile("Bash")), "git \nnpm test:*");
-    EXPECT_EQ(readText(dotfiles), "{\n  \"permissions\" : {\n    \"allow\" : [\n      \"Bash(npm test:*)\"\n    ]\n  }\n}");
-    struct stat info;
-    ASSERT_EQ(::lstat(settingsFile().c_str(), &info), 0);
-    EXPECT_TRUE(S_ISLNK(info.st_mode));
+    EXPECT_EQ(readText(settingsFile()), "{\n  \"permissions\" : {\n    \"allow\" : [\n      \"Bash(npm test:*)\"\n    ]\n  }\n}");
     EXPECT_EQ(messagesIn(finished.err).back(), "Always-allow: persisted [\"Bash(npm test:*)\"] to " + settingsFile());
+}
+
+// A cloned repository can plant links and odd files: "always" writes only
+// inside the project's real folder, only a regular file, and says where;
+// the call is allowed all the same.
+TEST_F(ClaudePermission, AlwaysNeverWritesOutsideTheProjectOrIntoAnOddFile) {
+    const std::string outside = dir_.file("dotfiles.json");
+    const std::string claude = cwd_ + "/.claude";
+    const std::string kept = "{\n  \"permissions\" : {\n    \"allow\" : [\n      \"Bash(npm test:*)\"\n    ]\n  }\n}";
+    struct Case {
+        const char* what;
+        std::function<void()> plant;
+        std::string written;  // the file that gets the rule, "" for none
+        std::string logged;
+    };
+    const Case cases[] = {
+        {"a link inside the project",
+         [&] {
+             makeDirectories(cwd_ + "/config");
+             writeText(cwd_ + "/config/claude.json", "{}");
+             makeDirectories(claude);
+             ASSERT_EQ(::symlink("../config/claude.json", settingsFile().c_str()), 0);
+         },
+         cwd_ + "/config/claude.json", "persisted [\"Bash(npm test:*)\"] to " + cwd_ + "/config/claude.json"},
+        {"a link to a file elsewhere",
+         [&] {
+             makeDirectories(claude);
+             ASSERT_EQ(::symlink(outside.c_str(), settingsFile().c_str()), 0);
+         },
+         "", settingsFile() + " is a link to " + outside + ", outside the project; nothing written"},
+        {"a link to a missing file elsewhere",
+         [&] {
+             makeDirectories(claude);
+             ASSERT_EQ(::symlink(dir_.file("missing").c_str(), settingsFile().c_str()), 0);
+         },
+         "", settingsFile() + " is a link to " + dir_.file("missing") + ", which does not exist; nothing written"},
+        {".claude a link elsewhere",
+         [&] {
+             makeDirectories(dir_.file("elsewhere"));
+             ASSERT_EQ(::symlink(dir_.file("elsewhere").c_str(), claude.c_str()), 0);
+         },
+         "", claude + " is a link to " + dir_.file("elsewhere") + "; nothing written"},
+        {"a FIFO",
+         [&] {
+             makeDirectories(claude);
+             ASSERT_EQ(::mkfifo(settingsFile().c_str(), 0600), 0);
+         },
+         "", "cannot read " + settingsFile() + ": not a regular file; left as it was"},
+        {"a file over 16 MiB",
+         [&] {
+             makeDirectories(claude);
+             writeText(settingsFile(), "{\"pad\":\"" + std::string(16u << 20, 'x') + "\"}");
+         },
+         "", "cannot read " + settingsFile() + ": larger than 16 MiB; left as it was"},
+    };
+    for (const Case& c : cases) {
+        std::filesystem::remove_all(claude);
+        std::filesystem::remove_all(cwd_ + "/config");
+        std::filesystem::remove_all(dir_.file("elsewhere"));
+        writeText(outside, "{}");
+        c.plant();
+        const Finished finished = answered(bash("npm test", kRuleSuggestions), "always");
+        EXPECT_EQ(finished.out, kAllow) << c.what;
+        EXPECT_EQ(messagesIn(finished.err).back(), "Always-allow: " + c.logged) << c.what;
+        EXPECT_EQ(readText(outside), "{}") << c.what;
+        EXPECT_FALSE(exists(dir_.file("missing"))) << c.what;
+        EXPECT_TRUE(!exists(dir_.file("elsewhere")) || std::filesystem::is_empty(dir_.file("elsewhere"))) << c.what;
+        if (!c.written.empty()) {
+            EXPECT_EQ(readText(c.written), kept) << c.what;
+            struct stat info;
+            ASSERT_EQ(::lstat(settingsFile().c_str(), &info), 0);
+            EXPECT_TRUE(S_ISLNK(info.st_mode)) << c.what;  // the link stays
+        }
+    }
 }
 
 TEST_F(ClaudePermission, AlwaysWithoutRulesSkipsTheSettings) {

@@ -154,13 +154,30 @@ TEST_F(Polling, AnEmptyResponseIsNoAnswer) {
     }
 }
 
-TEST_F(Polling, AnAnswerThatIsNotUtf8IsReadAgainLater) {
+TEST_F(Polling, AnAnswerThatIsNotUtf8IsReadAgainLaterAndSaidOnce) {
     const RequestFiles paths = files();
     const WaitResult result = roundTrip([&](double elapsed) {
-        testsupport::writeText(paths.responseFile, elapsed < 2 ? "\xFF" : "deny");
+        testsupport::writeText(paths.responseFile, elapsed < 5 ? "\xFF" : "deny");
     });
     EXPECT_EQ(result.reply, "deny");
-    EXPECT_EQ(elapsed_, 2);
+    EXPECT_EQ(elapsed_, 5);
+    const std::string line = "Ignoring response file " + paths.responseFile + ": not valid UTF-8";
+    const std::string log = scratchLog();
+    EXPECT_NE(log.find(line), std::string::npos);
+    EXPECT_EQ(log.find(line), log.rfind(line));
+}
+
+// 1 MiB is far beyond any spoken answer: a larger one is no answer at all.
+TEST_F(Polling, AnAnswerOverOneMebibyteIsNoAnswer) {
+    const RequestFiles paths = files();
+    for (const std::size_t size : {std::size_t{1} << 20, (std::size_t{1} << 20) + 1}) {
+        const WaitResult result = roundTrip([&](double) { testsupport::writeText(paths.responseFile, std::string(size, 'a')); });
+        EXPECT_EQ(result.outcome, size > (1u << 20) ? WaitResult::Outcome::unanswered : WaitResult::Outcome::answered);
+        EXPECT_EQ(result.reply.size(), size > (1u << 20) ? 0 : size);
+    }
+    EXPECT_NE(scratchLog().find("Response file " + paths.responseFile + " is larger than 1 MiB; taken as no answer\n"),
+              std::string::npos);
+    EXPECT_FALSE(testsupport::exists(paths.responseFile));
 }
 
 TEST_F(Polling, TimesOutAfterThirtyMinutesAndDismisses) {

@@ -33,12 +33,10 @@ struct Snapshot {
 bool snapshot(const std::string& target, Snapshot* out, std::string* err) {
     out->exists = platform::fileExists(target);
     if (!out->exists) return true;
-    std::optional<std::string> bytes = platform::readFile(target);
-    if (!bytes) {
-        *err = "cannot read " + target + ": " + platform::lastErrorDescription();
+    if (std::string why; !platform::readRegularFile(target, &out->bytes, &why)) {
+        *err = "cannot read " + target + ": " + why;
         return false;
     }
-    out->bytes = std::move(*bytes);
     return true;
 }
 

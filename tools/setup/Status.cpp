@@ -7,6 +7,7 @@
 #include "GrokToml.hpp"
 #include "bridge/Inbox.hpp"
 #include "platform/Files.hpp"
+#include "text/Utf8.hpp"
 
 namespace AgentHook::Setup {
 namespace {
@@ -35,6 +36,7 @@ std::vector<std::string> problemsOf(const FoundEntry& entry, Agent agent) {
     } else if (!platform::isExecutableFile(program)) {
         problems.push_back(program + " is not an executable file");
     }
+    if (!text::isValidUtf8(entry.command)) problems.push_back("the command is not valid UTF-8");
     if (!entry.command.ends_with(std::string(" ") + agentName(agent))) {
         problems.push_back(std::string("the command does not name the agent \"") + agentName(agent) + "\"");
     }
@@ -169,6 +171,15 @@ void printText(const std::vector<AgentStatus>& statuses, const std::string& inbo
                 running ? "running" : "not running (the hook wakes it)");
 }
 
+void replaceInvalidText(OrderedJson& value) {
+    if (value.is_string()) {
+        const std::string& text = value.get_ref<const std::string&>();
+        if (!text::isValidUtf8(text)) value = text::withReplacementCharacters(text);
+    } else if (value.is_structured()) {
+        for (OrderedJson& item : value) replaceInvalidText(item);
+    }
+}
+
 void printJson(const std::vector<AgentStatus>& statuses, const std::string& inbox, bool inboxPresent, bool running,
                bool healthy) {
     OrderedJson agents = OrderedJson::array();
@@ -201,9 +212,11 @@ void printJson(const std::vector<AgentStatus>& statuses, const std::string& inbo
     report["agents"] = std::move(agents);
     report["app"] = OrderedJson{{"inbox", inbox}, {"inboxPresent", inboxPresent}, {"running", running}};
     report["healthy"] = healthy;
+    // A command or path that is not valid UTF-8 (a config.toml can hold one)
+    // is shown with U+FFFD in its place; its entry says so among its problems.
+    replaceInvalidText(report);
     const std::optional<std::string> text = writeOrderedJson(report, Layout{});
-    // Paths that are not valid UTF-8 cannot be reported as JSON.
-    std::fputs(text ? text->c_str() : "{\"error\": \"a path is not valid UTF-8\"}\n", stdout);
+    std::fputs(text ? text->c_str() : "{\"error\": \"the report cannot be written as JSON\"}\n", stdout);
 }
 
 }  // namespace

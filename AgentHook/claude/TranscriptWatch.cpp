@@ -12,6 +12,7 @@ using text::Json;
 namespace {
 
 constexpr std::size_t kReadPerLook = 1 << 20;
+constexpr double kReadBudgetPerSecond = 0.25;
 constexpr std::size_t kHistoryBytes = 1 << 20;
 // A longer line (a large file's contents in a tool result) is passed over.
 constexpr std::size_t kLongestLine = 16 << 20;
@@ -98,7 +99,11 @@ std::optional<std::string> movedOnByLine(TranscriptWatch& watch, std::string_vie
 TranscriptWatch startTranscriptWatch(const std::string& path, std::optional<PendingCall> call) {
     TranscriptWatch watch;
     watch.path = path;
-    watch.offset = platform::regularFileSize(path).value_or(0);
+    if (const std::optional<platform::ReadOnlyFile> file = platform::ReadOnlyFile::open(path)) {
+        watch.device = file->identity().device;
+        watch.inode = file->identity().inode;
+        watch.offset = file->size();
+    }
     watch.call = std::move(call);
     if (watch.call && watch.offset > 0) {
         const std::uint64_t from = watch.offset > kHistoryBytes ? watch.offset - kHistoryBytes : 0;
@@ -118,18 +123,37 @@ TranscriptWatch startTranscriptWatch(const std::string& path, std::optional<Pend
 }
 
 std::optional<std::string> sessionMovedOn(TranscriptWatch& watch, double now) {
-    const std::optional<std::string> appended = platform::readRange(watch.path, watch.offset, kReadPerLook);
-    if (appended && !appended->empty()) {
-        watch.offset += appended->size();
-        watch.partial += *appended;
-        std::optional<std::string> reason;
-        const std::size_t consumed = forEachLine(watch.partial, [&](std::string_view line) {
-            reason = movedOnByLine(watch, line);
-            return reason.has_value();
-        });
-        watch.partial.erase(0, consumed);
-        if (watch.partial.size() > kLongestLine) watch.partial.clear();
-        if (reason) return reason;
+    if (const std::optional<platform::ReadOnlyFile> file = platform::ReadOnlyFile::open(watch.path)) {
+        const platform::FileIdentity& identity = file->identity();
+        // Another file in its place, or the same cut shorter: what was read is gone.
+        if (identity.device != watch.device || identity.inode != watch.inode || identity.size < watch.offset) {
+            watch.device = identity.device;
+            watch.inode = identity.inode;
+            watch.offset = identity.size;
+            watch.partial.clear();
+        }
+        if (now - watch.budgetSince >= 1) {
+            watch.budgetSince = now;
+            watch.budgetUsed = 0;
+        }
+        std::string piece;
+        while (watch.offset < file->size() && watch.budgetUsed < kReadBudgetPerSecond) {
+            const double started = platform::processCpuSeconds();
+            piece.resize(static_cast<std::size_t>(std::min<std::uint64_t>(kReadPerLook, file->size() - watch.offset)));
+            const std::optional<std::size_t> read = file->readAt(watch.offset, piece.data(), piece.size());
+            if (!read || *read == 0) break;
+            watch.offset += *read;
+            watch.partial.append(piece, 0, *read);
+            std::optional<std::string> reason;
+            const std::size_t consumed = forEachLine(watch.partial, [&](std::string_view line) {
+                reason = movedOnByLine(watch, line);
+                return reason.has_value();
+            });
+            watch.partial.erase(0, consumed);
+            if (watch.partial.size() > kLongestLine) watch.partial.clear();
+            watch.budgetUsed += platform::processCpuSeconds() - started;
+            if (reason) return reason;
+        }
     }
     if (watch.queued == 0) {
         watch.queuedSince.reset();

@@ -11,9 +11,12 @@
 // hook has ended. So a prompt counts as typed once the queue has held it for
 // a moment (kQueueSettleSeconds), never on the enqueue line alone.
 //
-// Only what is appended after the request went out is read, in bounded
-// pieces; lines that mean nothing here (other hooks' attachments, results of
-// other calls, cut lines still being written) are passed over.
+// Only what is appended after the request went out is read, in pieces of
+// 1 MiB until caught up, but for at most a quarter second of CPU time in any
+// second (a burst of hundreds of megabytes is caught up over a few looks);
+// lines that mean nothing here (other hooks' attachments, results of other
+// calls, cut lines still being written) are passed over. A transcript cut
+// shorter or replaced by another file is followed from the new file's end.
 #pragma once
 
 #include <cstdint>
@@ -38,7 +41,11 @@ inline constexpr double kQueueSettleSeconds = 0.1;
 
 struct TranscriptWatch {
     std::string path;
+    std::uint64_t device = 0;           // the file being read: another one
+    std::uint64_t inode = 0;            //   in its place is read from its end
     std::uint64_t offset = 0;           // how far the file has been read
+    double budgetSince = -1;            // the second the reading time is counted in (steady clock)
+    double budgetUsed = 0;              // CPU seconds spent reading in it
     std::string partial;                // the start of a line not yet complete
     std::optional<PendingCall> call;    // absent: a finished turn waits
     std::vector<std::string> callIds;   // the transcript's ids for the pending call

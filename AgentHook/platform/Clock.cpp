@@ -18,6 +18,12 @@ double steadySeconds() {
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
+double processCpuSeconds() {
+    timespec used{};
+    ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+    return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9;
+}
+
 std::string isoTimestampUtc() { return isoTimestampUtc(unixSeconds()); }
 
 std::string isoTimestampUtc(std::int64_t now) {

@@ -2,6 +2,9 @@
 // the session moved on without the app, and which mean nothing.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <functional>
+
 #include "claude/TranscriptWatch.hpp"
 #include "support/TestSupport.hpp"
 
@@ -119,4 +122,34 @@ TEST_F(TranscriptWatchTest, OddFilesMeanNothing) {
     TranscriptWatch watch = startTranscriptWatch(path_, PendingCall{"Bash", std::nullopt});
     append("not json tool_result\n{\"message\":{\"content\":[1,\"tool_result\",{\"type\":3}]}}\n[\"tool_use\"]\n");
     EXPECT_EQ(sessionMovedOn(watch), std::nullopt);
+}
+
+// A transcript cut shorter or replaced by another file is followed from the
+// new file's end; a burst appended at once is read through at one look.
+TEST_F(TranscriptWatchTest, ACutOrReplacedTranscriptAndABurst) {
+    const std::string filler = kAttachment + "\n";
+    struct Case {
+        const char* what;
+        std::function<void()> change;
+    };
+    const Case cases[] = {
+        {"cut shorter", [&] { testsupport::writeText(path_, ""); }},
+        {"replaced", [&] {
+             testsupport::writeText(path_ + ".new", "{}\n");
+             ASSERT_EQ(::rename((path_ + ".new").c_str(), path_.c_str()), 0);
+         }},
+        {"a burst", [&] {
+             std::string burst;
+             while (burst.size() < (5u << 20)) burst += filler;
+             append(burst);
+         }},
+    };
+    for (const Case& c : cases) {
+        testsupport::writeText(path_, toolUse("toolu_1", "Bash", kInput) + "\n" + filler + filler);
+        TranscriptWatch watch = startTranscriptWatch(path_, PendingCall{"Bash", *text::parseJson(kInput)});
+        c.change();
+        EXPECT_EQ(sessionMovedOn(watch), std::nullopt) << c.what;
+        append(toolResult("toolu_1") + "\n");
+        EXPECT_EQ(sessionMovedOn(watch), "The call was answered in Claude Code (toolu_1)") << c.what;
+    }
 }

@@ -1,6 +1,10 @@
 #include "platform/AtomicFile.hpp"
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
+#include <ctime>
+#include <dirent.h>
 #include <cstdlib>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -11,8 +15,49 @@
 
 namespace AgentHook::platform {
 
+namespace {
+
+// A temporary older than this is no write in progress: its writer was killed.
+constexpr time_t kStaleTemporarySeconds = 300;
+
+std::string directoryOf(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// Removes what writers of `path` killed mid-write left beside it: regular
+// files of this user's named "<name>.tmp" and six letters or digits, as
+// mkstemp names them, untouched for five minutes. A user's folder (a
+// project's .claude, which git shows) would otherwise keep them for ever.
+void removeStaleTemporaries(const std::string& path) {
+    const std::string directory = directoryOf(path);
+    const std::string prefix = path.substr(path.rfind('/') + 1) + ".tmp";
+    DIR* entries = ::opendir(directory.c_str());
+    if (entries == nullptr) return;
+    const time_t now = ::time(nullptr);
+    while (const dirent* entry = ::readdir(entries)) {
+        const std::string_view name = entry->d_name;
+        if (name.size() != prefix.size() + 6 || !name.starts_with(prefix)) continue;
+        if (!std::all_of(name.begin() + static_cast<std::ptrdiff_t>(prefix.size()), name.end(),
+                         [](char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0; })) {
+            continue;
+        }
+        const std::string stale = directory + "/" + std::string(name);
+        struct stat info;
+        if (::lstat(stale.c_str(), &info) == 0 && S_ISREG(info.st_mode) && info.st_uid == ::geteuid() &&
+            now - info.st_mtime > kStaleTemporarySeconds) {
+            ::unlink(stale.c_str());
+        }
+    }
+    ::closedir(entries);
+}
+
+}  // namespace
+
 AtomicFile::AtomicFile(std::string path, Mode mode, Temporary temporary) : path_(std::move(path)), mode_(mode) {
     std::string name = path_ + ".tmp";
+    if (mode_ == Mode::keepTarget && temporary == Temporary::unpredictable) removeStaleTemporaries(path_);
     if (temporary == Temporary::pathDotTmp) {
         fd_ = ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
     } else {
@@ -25,10 +70,11 @@ AtomicFile::AtomicFile(std::string path, Mode mode, Temporary temporary) : path_
         return;
     }
     temporary_ = std::move(name);
+    struct stat target;
+    const bool replacing = ::stat(path_.c_str(), &target) == 0;
     if (mode_ == Mode::keepTarget) {
-        struct stat target;
         mode_t permissions;
-        if (::stat(path_.c_str(), &target) == 0) {
+        if (replacing) {
             permissions = target.st_mode & 07777;
         } else {
             const mode_t mask = ::umask(0);
@@ -36,6 +82,13 @@ AtomicFile::AtomicFile(std::string path, Mode mode, Temporary temporary) : path_
             permissions = 0666 & ~mask;
         }
         if (::fchmod(fd_, permissions) != 0) fail("cannot set the mode of " + temporary_);
+    }
+    // Root (sudo) writing into a user's home: a replaced file stays its
+    // owner's, and a new one is the owner's of its folder, so the user (and
+    // the agents) can still write it.
+    if (::geteuid() == 0 && (replacing || ::stat(directoryOf(path_).c_str(), &target) == 0) &&
+        ::fchown(fd_, target.st_uid, target.st_gid) != 0) {
+        fail("cannot give " + temporary_ + " to its owner");
     }
 }
 

@@ -27,11 +27,20 @@ bool createDirectories(const std::string& path, std::string* error) {
         if (error) *error = "\"" + path + "\" exists and is not a directory";
         return false;
     }
-    // Create each missing component from the top down.
+    // Create each missing component from the top down. Root (sudo) making
+    // folders in a user's home gives each to the owner of the one above it.
+    struct stat parent {};
     for (std::size_t i = 1; i <= path.size(); ++i) {
         if (i != path.size() && path[i] != '/') continue;
         const std::string part = path.substr(0, i);
-        if (::mkdir(part.c_str(), 0777) == 0 || errno == EEXIST) continue;
+        if (::mkdir(part.c_str(), 0777) == 0) {
+            if (::geteuid() == 0 && i > 1 && ::chown(part.c_str(), parent.st_uid, parent.st_gid) != 0) {
+                if (error) *error = lastErrorDescription() + " (giving " + part + " to its owner)";
+                return false;
+            }
+            continue;
+        }
+        if (errno == EEXIST && ::stat(part.c_str(), &parent) == 0) continue;
         if (error) *error = lastErrorDescription() + " (" + part + ")";
         return false;
     }

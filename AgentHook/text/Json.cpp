@@ -1,5 +1,8 @@
 #include "text/Json.hpp"
 
+#include <type_traits>
+#include <unordered_map>
+
 #include "text/Utf8.hpp"
 
 namespace AgentHook::text {
@@ -159,9 +162,23 @@ private:
             parent.push_back(std::move(value));
             return &parent.back();
         }
-        J& slot = parent[key_];
-        slot = std::move(value);
-        return &slot;
+        if constexpr (kOrdered) {
+            // An ordered object looks a key up from its start: with the
+            // object's own index the whole parse stays linear in the input.
+            auto& members = static_cast<OrderedMembers&>(parent.template get_ref<typename J::object_t&>());
+            auto& index = indexes_.back();
+            if (const auto found = index.find(key_); found != index.end()) {
+                members[found->second].second = std::move(value);
+                return &members[found->second].second;
+            }
+            index.emplace(key_, members.size());
+            members.emplace_back(std::move(key_), std::move(value));
+            return &members.back().second;
+        } else {
+            J& slot = parent[key_];
+            slot = std::move(value);
+            return &slot;
+        }
     }
     bool add(J&& value) {
         place(std::move(value));
@@ -173,14 +190,20 @@ private:
             return false;
         }
         stack_.push_back(place(std::move(container)));
+        if constexpr (kOrdered) indexes_.emplace_back();  // an array's stays empty
         return true;
     }
     bool close() {
         stack_.pop_back();
+        if constexpr (kOrdered) indexes_.pop_back();
         return true;
     }
 
+    using OrderedMembers = std::vector<std::pair<const typename J::object_t::key_type, J>>;
+    static constexpr bool kOrdered = std::is_base_of_v<OrderedMembers, typename J::object_t>;
+
     std::vector<J*> stack_;
+    std::vector<std::unordered_map<std::string, std::size_t>> indexes_;
     std::string key_;
 };
 

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <functional>
 
 #include <nlohmann/json.hpp>
@@ -90,4 +91,25 @@ TEST(SetupHostileFiles, AStatusReportWithACommandThatIsNotUtf8) {
     EXPECT_EQ(entries[4]["command"], home.hook + " grok \xEF\xBF\xBD");
     EXPECT_EQ(entries[4]["problems"][0], "the command is not valid UTF-8");
     for (std::size_t i = 0; i < 4; ++i) EXPECT_TRUE(entries[i]["problems"].empty()) << entries[i];
+}
+
+// `sudo -E agent-hook-setup install` on a user's home: everything created or
+// replaced there stays the user's, so the user and the agents can write it.
+TEST(SetupHostileFiles, RootWritingAUsersHomeLeavesEverythingTheUsers) {
+    if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+    const setuptest::SetupHome home;
+    const uid_t user = 4242;
+    ASSERT_EQ(::chown(home.home.c_str(), user, user), 0);
+    ASSERT_EQ(home.run({"install", "all"}).status, 0);
+    ASSERT_EQ(home.run({"uninstall", "all"}).status, 0);  // replaced, and backed up
+    ASSERT_EQ(home.run({"install", "all"}).status, 0);
+    std::size_t seen = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(home.home)) {
+        struct stat info;
+        ASSERT_EQ(::lstat(entry.path().c_str(), &info), 0);
+        EXPECT_EQ(info.st_uid, user) << entry.path();
+        EXPECT_EQ(info.st_gid, user) << entry.path();
+        ++seen;
+    }
+    EXPECT_GE(seen, 8u);  // .claude, .codex, .grok, .grok/hooks, three files, backups
 }

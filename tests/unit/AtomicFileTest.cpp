@@ -109,3 +109,23 @@ TEST(AtomicFile, TheExactTemporaryNeverTakesOverAnExistingName) {
     EXPECT_EQ(readText(planted), "someone's");
     EXPECT_EQ(namesIn(dir.path()), (std::vector<std::string>{"elsewhere", "id.json.tmp"}));
 }
+
+// What a killed writer left beside a user's file goes at the next write, and
+// nothing else: not a fresh one (a write in progress), not another file's.
+TEST(AtomicFile, AUsersFileLosesTheStaleTemporariesOfKilledWrites) {
+    TempDir dir;
+    const std::string target = dir.file("settings.json");
+    const std::pair<std::string, double> planted[] = {
+        {"settings.json.tmpAb12Cd", 600},  // stale: goes
+        {"settings.json.tmpXy34Zw", 10},   // a write in progress
+        {"settings.json.tmpAb12C", 600},   // not our name
+        {"other.json.tmpAb12Cd", 600},     // another file's
+    };
+    for (const auto& [name, age] : planted) {
+        writeText(dir.file(name), "{");
+        setAge(dir.file(name), age);
+    }
+    ASSERT_TRUE(AgentHook::platform::writeFileAtomically(target, "{}", nullptr, AtomicFile::Mode::keepTarget));
+    EXPECT_EQ(namesIn(dir.path()), (std::vector<std::string>{"other.json.tmpAb12Cd", "settings.json",
+                                                             "settings.json.tmpAb12C", "settings.json.tmpXy34Zw"}));
+}

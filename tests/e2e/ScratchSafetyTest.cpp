@@ -112,3 +112,19 @@ grep -o 'Ignoring response file .*' /tmp/err
                             "Ignoring response file /tmp/voxtrel-agent/s1-stop-response.txt: another user's (uid 65534)\n")
         << finished.err;
 }
+
+// A scratch directory that cannot be written (read-only here) holding an
+// answer from an earlier turn: that answer is never taken, and the hook
+// steps aside at once instead of waiting for a request that never went out.
+TEST_F(ScratchSafety, ARequestThatCannotBeWrittenIsGivenUpAtOnce) {
+    const Finished finished = inPrivateTmp(R"sh(
+mkdir -m 0700 $S
+printf 'the old answer' > $S/s1-stop-response.txt
+mount --bind $S $S
+mount -o remount,bind,ro $S
+printf '%s' "$stop" | timeout 20 $hook claude > /tmp/out 2> /tmp/err; echo "status $?"
+echo "output [$(cat /tmp/out)]"
+grep -c 'leaving the decision to the agent session=s1' /tmp/err
+)sh");
+    EXPECT_EQ(finished.out, "status 0\noutput []\n1\n") << finished.err;
+}

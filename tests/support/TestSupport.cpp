@@ -350,18 +350,6 @@ std::vector<std::string> payloadsIn(const std::string& inbox) {
     return payloads;
 }
 
-std::optional<std::string> waitForPayload(const std::string& inbox, double seconds) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (std::chrono::steady_clock::now() < deadline) {
-        std::error_code error;
-        for (const auto& entry : fs::directory_iterator(inbox, error)) {
-            if (entry.path().extension() == ".json") return entry.path().string();
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return std::nullopt;
-}
-
 void FakeApp::answerNext(const HookEnvironment& environment, const std::string& reply) {
     join();
     thread_ = std::thread([this, inbox = inboxOf(environment), reply] {

@@ -113,8 +113,6 @@ std::vector<std::string> messagesIn(const std::string& standardError);
 // The payload files (".json") in `inbox`, oldest first: their paths, their bytes.
 std::vector<std::string> payloadPathsIn(const std::string& inbox);
 std::vector<std::string> payloadsIn(const std::string& inbox);
-// Waits up to `seconds` for a ".json" file to appear; returns its path.
-std::optional<std::string> waitForPayload(const std::string& inbox, double seconds);
 
 // Plays the app in a thread: takes the next update payload that lands in the
 // inbox (removing it, as the app does), keeps it and its message file, and

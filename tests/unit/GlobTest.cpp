@@ -191,3 +191,13 @@ TEST(AutoAcceptRules, MatchEachRuleByItsForm) {
         EXPECT_EQ(matchesAutoAcceptRules(c.rules, c.target, "Tool"), c.matches) << rules << " target " << c.target;
     }
 }
+
+// Found by fuzzing: a glob over 4095 bytes is refused even when its stars
+// leave it few enough elements for the matcher.
+TEST(Glob, AGlobLongerThanAnyPathNeverMatches) {
+    std::string stars;
+    while (stars.size() < 4092) stars += "**";
+    EXPECT_TRUE(text::globMatch("/a" + stars + "*", "/a"));   // 4095 bytes
+    EXPECT_FALSE(text::globMatch("/a" + stars + "**", "/a"));  // 4096 bytes
+    EXPECT_FALSE(matchesAutoAcceptRules({"//a" + stars + "**"}, "/a", "Edit"));
+}

@@ -209,6 +209,40 @@ private:
 
 }  // namespace
 
+namespace {
+
+// Counts the nesting, as KeepingNumbers limits it, and keeps nothing.
+class DepthOnly : public nlohmann::json_sax<nlohmann::ordered_json> {
+    using Base = nlohmann::json_sax<nlohmann::ordered_json>;
+
+public:
+    bool null() override { return true; }
+    bool boolean(bool) override { return true; }
+    bool number_integer(Base::number_integer_t) override { return true; }
+    bool number_unsigned(Base::number_unsigned_t) override { return true; }
+    bool number_float(Base::number_float_t, const Base::string_t&) override { return true; }
+    bool string(Base::string_t&) override { return true; }
+    bool binary(Base::binary_t&) override { return true; }
+    bool start_object(std::size_t) override { return ++depth_ <= KeepingNumbers<nlohmann::ordered_json>::kMaxDepth; }
+    bool key(Base::string_t&) override { return true; }
+    bool end_object() override { return --depth_, true; }
+    bool start_array(std::size_t) override { return ++depth_ <= KeepingNumbers<nlohmann::ordered_json>::kMaxDepth; }
+    bool end_array() override { return --depth_, true; }
+    bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override { return false; }
+
+private:
+    std::size_t depth_ = 0;
+};
+
+}  // namespace
+
+bool isKeptJsonDocument(std::string_view bytes) {
+    if (hasNulByte(bytes)) return false;
+    DepthOnly counter;
+    return nlohmann::ordered_json::sax_parse(bytes.begin(), bytes.end(), &counter, nlohmann::json::input_format_t::json,
+                                             true);
+}
+
 template <class J>
 KeptJson<J> parseKeepingNumbers(std::string_view bytes) {
     KeptJson<J> result;

@@ -53,6 +53,10 @@ struct KeptJson {
 template <class J>
 KeptJson<J> parseKeepingNumbers(std::string_view bytes);
 
+// Whether parseKeepingNumbers would take the bytes, found without building
+// the tree (a check of a large document costs no memory).
+bool isKeptJsonDocument(std::string_view bytes);
+
 // Parses one JSON document; nothing on any syntax error, invalid UTF-8 or an
 // unpaired surrogate. Never throws.
 std::optional<Json> parseJson(std::string_view bytes);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "JsonText.hpp"
+#include "text/Json.hpp"
 
 namespace AgentHook::Setup {
 namespace {
@@ -102,24 +103,25 @@ bool removeOneEntry(std::string& text, const std::string& hookPath, Keep keep) {
     return false;
 }
 
-// A member named twice where the edit works leaves it unclear which one the
-// agent reads; such a file is not changed.
-bool hasNoRepeatedMember(std::string_view text, std::string* err) {
+// Room for a registration: an object whose "hooks" member, if any, is an
+// object, with no member named twice where the edit works (which of two
+// the agent reads is unclear: such a file is not changed).
+bool hasRoomForHooks(std::string_view text, std::string* err) {
     const JsonSpan root = scanJson(text);
     const auto count = [](const JsonSpan& object, const std::string& key) {
         return std::count(object.keys.begin(), object.keys.end(), key);
     };
-    if (count(root, "hooks") > 1) {
-        *err = "it has two \"hooks\" members";
+    const auto fail = [&](std::string what) {
+        *err = std::move(what);
         return false;
-    }
+    };
+    if (root.kind != JsonSpan::Kind::object) return fail("the document is not a JSON object");
+    if (count(root, "hooks") > 1) return fail("it has two \"hooks\" members");
     const std::optional<std::size_t> hooks = root.find("hooks");
     if (!hooks) return true;
+    if (root.children[*hooks].kind != JsonSpan::Kind::object) return fail("its \"hooks\" member is not an object");
     for (const std::string& event : root.children[*hooks].keys) {
-        if (count(root.children[*hooks], event) > 1) {
-            *err = "its \"hooks\" member names \"" + event + "\" twice";
-            return false;
-        }
+        if (count(root.children[*hooks], event) > 1) return fail("its \"hooks\" member names \"" + event + "\" twice");
     }
     return true;
 }
@@ -138,12 +140,13 @@ OrderedJson withoutEmptyHooks(OrderedJson document) {
 // What keeps the document from being edited: not JSON, no room for hooks, or
 // a member named twice where the edit works.
 bool isEditable(const std::string& text, std::string* err) {
-    OrderedJson document;
-    if (!parseOrderedJson(text, &document)) {
+    // Checked without building the tree: a large file is edited in a small
+    // multiple of its size.
+    if (!text::isKeptJsonDocument(text)) {
         *err = "the document is not valid JSON";
         return false;
     }
-    return hasHooksShape(document, err) && hasNoRepeatedMember(text, err);
+    return hasRoomForHooks(text, err);
 }
 
 bool fail(std::string* err, std::string what) {

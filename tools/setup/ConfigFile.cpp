@@ -4,6 +4,7 @@
 #include "platform/AtomicFile.hpp"
 #include "platform/DirectoryLock.hpp"
 #include "platform/Files.hpp"
+#include "text/Json.hpp"
 
 namespace AgentHook::Setup {
 namespace {
@@ -61,8 +62,13 @@ std::optional<std::string> restorableBackup(const EditRequest& request, const Or
 }
 
 Planned plan(const EditRequest& request, const Snapshot& old, const TextChange& change, std::string* err) {
-    OrderedJson document;
-    if (!parseDocument(request.path, old.bytes, &document, err)) return {};
+    // At most two trees of the file at a time: a large file is edited in a
+    // small multiple of its size.
+    if (!text::isKeptJsonDocument(old.bytes) && !isBlank(old.bytes)) {
+        OrderedJson ignored;
+        static_cast<void>(parseDocument(request.path, old.bytes, &ignored, err));  // says where it fails
+        return {};
+    }
     std::string text = isBlank(old.bytes) ? std::string("{}\n") : old.bytes;
     if (std::string problem; !change(text, &problem)) {
         *err = request.path + ": " + problem + "; left untouched";
@@ -73,7 +79,12 @@ Planned plan(const EditRequest& request, const Snapshot& old, const TextChange& 
         *err = request.path + ": the change would not give valid JSON (a fault of agent-hook-setup); left untouched";
         return {};
     }
-    if (text == old.bytes || changed == document) return {EditOutcome::unchanged, std::nullopt};
+    if (text == old.bytes) return {EditOutcome::unchanged, std::nullopt};
+    {
+        OrderedJson document;
+        if (!parseDocument(request.path, old.bytes, &document, err)) return {};
+        if (changed == document) return {EditOutcome::unchanged, std::nullopt};
+    }
     if (std::optional<std::string> backup = restorableBackup(request, changed)) {
         if (*backup == old.bytes) return {EditOutcome::unchanged, std::nullopt};
         return {EditOutcome::changed, std::move(backup)};

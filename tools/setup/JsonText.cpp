@@ -26,7 +26,28 @@ std::string decodeKey(std::string_view literal) {
     return decoded && decoded->is_string() ? decoded->get<std::string>() : std::string();
 }
 
-JsonSpan scanValue(std::string_view text, std::size_t at) {
+// How much of a value to map: every child, or (for what the edits never
+// enter: every member of the document but "hooks") only where it ends.
+// Mapping all of a large settings file would cost many times its size.
+enum class Detail { all, outline, documentRoot };
+
+// Past the container that opens at `at`, strings included.
+std::size_t skipContainer(std::string_view text, std::size_t at) {
+    int depth = 0;
+    while (at < text.size()) {
+        const char c = text[at];
+        if (c == '"') {
+            at = skipString(text, at);
+            continue;
+        }
+        if (c == '{' || c == '[') ++depth;
+        if ((c == '}' || c == ']') && --depth == 0) return at + 1;
+        ++at;
+    }
+    return at;
+}
+
+JsonSpan scanValue(std::string_view text, std::size_t at, Detail detail) {
     JsonSpan span;
     span.begin = at;
     const char open = at < text.size() ? text[at] : '\0';
@@ -41,16 +62,22 @@ JsonSpan scanValue(std::string_view text, std::size_t at) {
         return span;
     }
     span.kind = open == '{' ? JsonSpan::Kind::object : JsonSpan::Kind::array;
+    if (detail == Detail::outline) {
+        span.end = skipContainer(text, at);
+        return span;
+    }
     const char close = open == '{' ? '}' : ']';
     at = skipSpace(text, at + 1);
     while (at < text.size() && text[at] != close) {
+        Detail childDetail = detail == Detail::all ? Detail::all : Detail::outline;
         if (span.kind == JsonSpan::Kind::object) {
             const std::size_t keyEnd = skipString(text, at);
             span.keyBegins.push_back(at);
             span.keys.push_back(decodeKey(text.substr(at, keyEnd - at)));
+            if (detail == Detail::documentRoot && span.keys.back() == "hooks") childDetail = Detail::all;
             at = skipSpace(text, skipSpace(text, keyEnd) + 1);  // past the colon
         }
-        span.children.push_back(scanValue(text, at));
+        span.children.push_back(scanValue(text, at, childDetail));
         at = skipSpace(text, span.children.back().end);
         if (at < text.size() && text[at] == ',') at = skipSpace(text, at + 1);
     }
@@ -143,7 +170,7 @@ std::optional<std::size_t> JsonSpan::find(std::string_view key) const {
 JsonSpan scanJson(std::string_view text) {
     // A byte order mark, which readers pass over, stays where it is.
     const std::size_t start = text.starts_with("\xEF\xBB\xBF") ? 3 : 0;
-    return scanValue(text, skipSpace(text, start));
+    return scanValue(text, skipSpace(text, start), Detail::documentRoot);
 }
 
 OrderedJson valueAt(std::string_view text, const JsonSpan& span) {

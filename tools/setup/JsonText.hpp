@@ -40,7 +40,8 @@ struct JsonSpan {
 };
 
 // The spans of `text`, which must hold one valid JSON document (one that
-// parseOrderedJson accepts).
+// parseOrderedJson accepts): the document's members, and everything inside
+// its "hooks"; the other members' values are mapped to where they end only.
 JsonSpan scanJson(std::string_view text);
 
 // The value `span` holds in `text`.

@@ -82,6 +82,12 @@ Hook startHook(const Setup& setup, const std::string& agent, const std::string& 
     return hook;
 }
 
+Hook startCodexPermission(const Setup& setup, const std::string& session) {
+    return startHook(setup, "codex",
+                     R"({"hook_event_name":"PermissionRequest","session_id":")" + session +
+                         R"(","cwd":"/tmp","tool_name":"Bash","tool_input":{"command":"make"}})");
+}
+
 std::string finishHook(Hook& hook) {
     std::string out;
     char buffer[4096];
@@ -94,9 +100,7 @@ std::string finishHook(Hook& hook) {
 // Milliseconds from the answer's rename to the first byte of the decision.
 double answerLatency(const Setup& setup, double moment) {
     const std::string session = "bench-answer-" + bench::uniqueToken();
-    Hook hook = startHook(setup, "codex",
-                          R"({"hook_event_name":"PermissionRequest","session_id":")" + session +
-                              R"(","cwd":"/tmp","tool_name":"Bash","tool_input":{"command":"make"}})");
+    Hook hook = startCodexPermission(setup, session);
     const AgentHook::AgentInboxPayload request = takeRequest(setup, session);
     sleepMs(moment * 1000);
     const std::string response = request.responseFile.value_or("");
@@ -145,9 +149,7 @@ double withdrawalLatency(const Setup& setup, double moment) {
 // CPU milliseconds a hook uses while it waits `seconds` for an answer.
 double waitingCpuMs(const Setup& setup, double seconds) {
     const std::string session = "bench-cpu-" + bench::uniqueToken();
-    Hook hook = startHook(setup, "codex",
-                          R"({"hook_event_name":"PermissionRequest","session_id":")" + session +
-                              R"(","cwd":"/tmp","tool_name":"Bash","tool_input":{"command":"make"}})");
+    Hook hook = startCodexPermission(setup, session);
     takeRequest(setup, session);
     sleepMs(seconds * 1000);
     ::kill(hook.pid, SIGTERM);

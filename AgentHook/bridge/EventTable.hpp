@@ -65,6 +65,13 @@ int routeEvent(const EventTable<Input>& table, const Input& input) {
     return table.unknown(input);
 }
 
+// The life of one hook process (runHook) with the table as its router.
+template <class Input, class Decode>
+int runEvents(const EventTable<Input>& table, Decode decode) {
+    return runHook(namesOf(table.agent).commandWord, decode,
+                   [&table](const Input& input) { return routeEvent(table, input); });
+}
+
 // The rows the adapters share.
 
 // A prompt typed into the agent, or the session ending: whatever the app

@@ -45,9 +45,7 @@ std::optional<HookInput> decode(std::string_view bytes) { return decodeHookInput
 
 }  // namespace
 
-int run() {
-    return runHook("codex", decode, [](const HookInput& input) { return routeEvent(kEvents, input); });
-}
+int run() { return runEvents(kEvents, decode); }
 
 std::vector<EventRegistration> registeredEvents() { return registrationsOf(kEvents); }
 

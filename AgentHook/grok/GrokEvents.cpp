@@ -97,9 +97,7 @@ std::optional<HookInput> decode(std::string_view bytes) {
 
 }  // namespace
 
-int run() {
-    return runHook("grok", decode, [](const HookInput& input) { return routeEvent(kEvents, input); });
-}
+int run() { return runEvents(kEvents, decode); }
 
 std::vector<EventRegistration> registeredEvents() { return registrationsOf(kEvents); }
 

@@ -6,7 +6,7 @@
 #include "bridge/Inbox.hpp"
 #include "platform/AtomicFile.hpp"
 #include "platform/Clock.hpp"
-#include "platform/DirectoryLock.hpp"
+#include "platform/Lock.hpp"
 #include "platform/Identifiers.hpp"
 #include "platform/FileEvents.hpp"
 #include "platform/Files.hpp"
@@ -77,7 +77,7 @@ constexpr double kSessionLockSeconds = 2;
 bool dismissIfLatest(const std::string& directory, const std::string& sessionId, const std::string& mark,
                      const std::string& line) {
     const SessionRecord record = sessionRecord(directory, sessionId);
-    const platform::FileLock lock(record.lock, kSessionLockSeconds);
+    const platform::Lock lock(record.lock, kSessionLockSeconds, platform::Lock::On::file);
     // No record (it could not be written) is no sign of a newer request.
     const std::optional<std::string> latest = platform::readFile(record.latest);
     if (latest && *latest != mark) return false;
@@ -144,7 +144,7 @@ WaitResult sendToVoxtrelAndWait(const AppRequest& request, const PollEnvironment
     Delivery delivery;
     {
         const SessionRecord record = sessionRecord(directory, request.sessionId);
-        const platform::FileLock lock(record.lock, kSessionLockSeconds);
+        const platform::Lock lock(record.lock, kSessionLockSeconds, platform::Lock::On::file);
         if (!lock.locked()) logTo(directory, "The session's request lock is held elsewhere; sending without it");
         if (std::string error; !platform::writeFileAtomically(record.latest, mark, &error)) {
             logTo(directory, "Failed to record the session's latest request: " + error);

@@ -4,7 +4,7 @@
 #include <cerrno>
 
 #include "platform/AtomicFile.hpp"
-#include "platform/DirectoryLock.hpp"
+#include "platform/Lock.hpp"
 #include "platform/Files.hpp"
 #include "runtime/Logging.hpp"
 #include "text/Quoting.hpp"
@@ -69,7 +69,7 @@ void writeAlwaysAllowFlag(const std::string& sessionId, const std::string& toolN
     std::string error;
     bool written = false;
     {
-        const platform::DirectoryLock lock{std::string(kScratchDirectory), kRulesLockSeconds};
+        const platform::Lock lock{std::string(kScratchDirectory), kRulesLockSeconds};
         if (!lock.locked()) {
             log("Always-allow: cannot lock the rules of " + path + " (another hook holds them); rules not kept");
             return;
@@ -165,7 +165,7 @@ void persistAllowRules(const std::string& cwd, const std::vector<std::string>& r
     }
     const std::optional<std::string> target = projectSettingsPath(cwd);
     if (!target) return;
-    const platform::DirectoryLock lock(target->substr(0, target->rfind('/')), kRulesLockSeconds);
+    const platform::Lock lock(target->substr(0, target->rfind('/')), kRulesLockSeconds);
     // Never written without the lock: another hook's rules would be lost.
     if (!lock.locked()) {
         log("Always-allow: cannot lock " + *target + " (another hook holds it); left as it was");

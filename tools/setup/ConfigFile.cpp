@@ -2,7 +2,7 @@
 
 #include "UnifiedDiff.hpp"
 #include "platform/AtomicFile.hpp"
-#include "platform/DirectoryLock.hpp"
+#include "platform/Lock.hpp"
 #include "platform/Files.hpp"
 #include "text/Json.hpp"
 
@@ -117,7 +117,7 @@ EditOutcome editConfiguration(const EditRequest& request, const TextChange& chan
             return EditOutcome::failed;
         }
     }
-    std::optional<platform::DirectoryLock> lock;
+    std::optional<platform::Lock> lock;
     if (!request.dryRun) {
         for (int attempt = 0; attempt < kLockAttempts && !(lock && lock->locked()); ++attempt) lock.emplace(directory);
         if (!lock->locked()) {

@@ -1,4 +1,4 @@
-#include "platform/DirectoryLock.hpp"
+#include "platform/Lock.hpp"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -22,20 +22,18 @@ bool lockWithin(int fd, double seconds) {
     }
     return false;
 }
+
+int openFor(const std::string& path, Lock::On on) {
+    if (on == Lock::On::directory) return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    return ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+}
 }  // namespace
 
-DirectoryLock::DirectoryLock(const std::string& directory, double seconds)
-    : fd_(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)), locked_(lockWithin(fd_, seconds)) {}
+Lock::Lock(const std::string& path, double seconds, On on)
+    : fd_(openFor(path, on)), locked_(lockWithin(fd_, seconds)) {}
 
 // Closing the descriptor releases the lock.
-DirectoryLock::~DirectoryLock() {
-    if (fd_ >= 0) ::close(fd_);
-}
-
-FileLock::FileLock(const std::string& path, double seconds)
-    : fd_(::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600)), locked_(lockWithin(fd_, seconds)) {}
-
-FileLock::~FileLock() {
+Lock::~Lock() {
     if (fd_ >= 0) ::close(fd_);
 }
 

@@ -2,7 +2,8 @@
 // glob, the last the target, and all but the last are rules. The glob matcher
 // (a bit-parallel automaton that skips ahead) is compared with a plain
 // dynamic-programming matcher of the same language on valid UTF-8 that is
-// small enough for it.
+// small enough for it: the pattern read as user-perceived characters, the
+// target as code points ("?" takes one, as a regular expression's "." does).
 #include <utf8proc.h>
 
 #include <cstdlib>
@@ -114,8 +115,9 @@ bool referenceMatch(std::string_view pattern, std::string_view text) {
                 }
             } else if (token.kind == Kind::literal) {
                 if (text.substr(p).starts_with(token.literal)) reached[(p + token.literal.size()) * width + j + 1] = 1;
-            } else if (p < n && !isLineTerminator(codePointAt(text, p).value)) {
-                reached[(p + clusterLength(text, p)) * width + j + 1] = 1;
+            } else if (p < n) {
+                const CodePoint c = codePointAt(text, p);
+                if (!isLineTerminator(c.value)) reached[(p + c.length) * width + j + 1] = 1;
             }
         }
     }

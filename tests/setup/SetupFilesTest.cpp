@@ -274,12 +274,10 @@ INSTANTIATE_TEST_SUITE_P(
                                   "grok"),
                  std::nullopt},
         FileCase{"ClaudeEmpty", "claude", "", registrationOnly(kClaudeEvents, "claude"), kSame},
-        FileCase{"ClaudeEmptyObjectNoLineFeed", "claude", "{}", std::nullopt, kSame},
         FileCase{"ClaudeEmptyHooksAndLists", "claude", "{\n  \"hooks\": {\n    \"Stop\": []\n  },\n  \"model\": \"x\"\n}\n",
                  std::nullopt, kSame},
         FileCase{"ClaudeUserHooksAndPermissions", "claude", kUserSettings, kUserSettingsInstalled, kSame},
         FileCase{"CodexOldEntries", "codex", kOldCodexEntries, kOldCodexReplaced, kOldCodexRemoved},
-        FileCase{"ClaudeUnicodeAndNumbers", "claude", kUnicodeAndNumbers, std::nullopt, kSame},
         FileCase{"ClaudeEscapedOneLine", "claude", kEscapedOneLine,
                  kEscapedOneLine.substr(0, kEscapedOneLine.size() - 1) +
                      R"(,"hooks":{"Stop":[{"hooks":[{"type":"command","command":"@HOOK@ claude","timeout":1860}]}],)"
@@ -287,8 +285,7 @@ INSTANTIATE_TEST_SUITE_P(
                      R"("PermissionRequest":[{"matcher":"*","hooks":[{"type":"command","command":"@HOOK@ claude","timeout":1860}]}],)"
                      R"("PreToolUse":[{"matcher":"AskUserQuestion","hooks":[{"type":"command","command":"@HOOK@ claude","timeout":1860}]}],)"
                      R"("Notification":[{"hooks":[{"type":"command","command":"@HOOK@ claude","timeout":1860}]}]}})",
-                 kSame},
-        FileCase{"GrokFourSpaceIndentation", "grok", kFourSpaces, std::nullopt, kSame}),
+                 kSame}),
     [](const ::testing::TestParamInfo<FileCase>& info) { return std::string(info.param.label); });
 
 // Without a backup to restore, uninstall takes out exactly what install put
@@ -345,9 +342,7 @@ INSTANTIATE_TEST_SUITE_P(
     Files, SetupMalformed,
     ::testing::Values(MalformedCase{"StrayComma", "{\n  \"hooks\": {\n    \"Stop\": [,]\n  }\n}\n", ":3:14: not valid JSON"},
                       MalformedCase{"Truncated", "{\n  \"model\": \"opus\",\n", ":3:1: not valid JSON"},
-                      MalformedCase{"TrailingText", "{}\nx\n", ":2:1: not valid JSON"},
                       MalformedCase{"NotAnObject", "[]\n", ": the document is not a JSON object"},
-                      MalformedCase{"HooksNotAnObject", "{\"hooks\": []}", ": its \"hooks\" member is not an object"},
                       MalformedCase{"EventTwice", "{\"hooks\": {\"Stop\": [], \"Stop\": []}}",
                                     ": its \"hooks\" member names \"Stop\" twice"},
                       MalformedCase{"EventNotAList", "{\"hooks\": {\"Stop\": {}}}", ": its \"hooks\" member's \"Stop\"", true}),

@@ -14,7 +14,6 @@
 #include <chrono>
 #include <cstring>
 #include <functional>
-#include <memory>
 #include <thread>
 
 #include "platform/Process.hpp"
@@ -32,114 +31,83 @@ using SteadyClock = std::chrono::steady_clock;
 // the caller forever), not a slow one.
 constexpr auto kNoLongerThan = std::chrono::seconds(2);
 
-// ---- Messages as a bus daemon sends them ----------------------------------
+// ---- Messages as a bus daemon sends them (little-endian) -----------------
 
 struct Field {
     char code;
-    char type;          // 's', 'o', 'g', 'u' or, for a field of a future version, 'x'
-    std::string text;   // for 's', 'o', 'g'
-    std::uint64_t number = 0;
+    char type;         // 's', 'o', 'g' (text) or 'u' (number)
+    std::string text;
+    std::uint32_t number = 0;
 };
 
-class Builder {
-public:
-    explicit Builder(bool bigEndian) : bigEndian_(bigEndian) {}
-    std::string bytes;
-    void align(std::size_t boundary) {
-        while (bytes.size() % boundary != 0) bytes.push_back('\0');
-    }
-    void number(std::uint64_t value, int size) {
-        align(static_cast<std::size_t>(size));
-        for (int i = 0; i < size; ++i) {
-            const int shift = 8 * (bigEndian_ ? size - 1 - i : i);
-            bytes.push_back(static_cast<char>((value >> shift) & 0xff));
-        }
-    }
-    void string(const std::string& value) {
-        number(value.size(), 4);
-        bytes += value;
-        bytes.push_back('\0');
-    }
-    void signature(const std::string& value) {
+void align(std::string& bytes, std::size_t boundary) {
+    bytes.resize((bytes.size() + boundary - 1) / boundary * boundary, '\0');
+}
+void putNumber(std::string& bytes, std::size_t value) {
+    align(bytes, 4);
+    for (int i = 0; i < 4; ++i) bytes.push_back(static_cast<char>((value >> (8 * i)) & 0xff));
+}
+void putText(std::string& bytes, const std::string& value, bool signature) {
+    if (signature) {
         bytes.push_back(static_cast<char>(value.size()));
-        bytes += value;
-        bytes.push_back('\0');
+    } else {
+        putNumber(bytes, value.size());
     }
-
-private:
-    bool bigEndian_;
-};
-
-std::string busMessage(int type, std::uint32_t serial, const std::vector<Field>& fields, const std::string& body,
-                       bool bigEndian = false) {
-    Builder header(bigEndian);
-    header.bytes = {bigEndian ? 'B' : 'l', static_cast<char>(type), '\x01', '\x01'};
-    header.number(body.size(), 4);
-    header.number(serial, 4);
-    header.number(0, 4);  // the fields' length, set below
-    for (const Field& field : fields) {
-        header.align(8);
-        header.bytes.push_back(field.code);
-        header.signature(std::string(1, field.type));
-        if (field.type == 'g') {
-            header.signature(field.text);
-        } else if (field.type == 'u') {
-            header.number(field.number, 4);
-        } else if (field.type == 'x') {
-            header.number(field.number, 8);
-        } else {
-            header.string(field.text);
-        }
-    }
-    Builder length(bigEndian);
-    length.number(header.bytes.size() - 16, 4);
-    header.bytes.replace(12, 4, length.bytes);
-    header.align(8);
-    return header.bytes + body;
+    bytes += value;
+    bytes.push_back('\0');
 }
 
-std::string booleanBody(std::uint32_t value, bool bigEndian = false) {
-    Builder body(bigEndian);
-    body.number(value, 4);
-    return body.bytes;
+std::string busMessage(int type, std::uint32_t serial, const std::vector<Field>& fields, const std::string& body) {
+    std::string bytes = {'l', static_cast<char>(type), '\x01', '\x01'};
+    putNumber(bytes, body.size());
+    putNumber(bytes, serial);
+    putNumber(bytes, 0);  // the fields' length, set below
+    for (const Field& field : fields) {
+        align(bytes, 8);
+        bytes.push_back(field.code);
+        putText(bytes, std::string(1, field.type), true);
+        if (field.type == 'u') {
+            putNumber(bytes, field.number);
+        } else {
+            putText(bytes, field.text, field.type == 'g');
+        }
+    }
+    std::string length;
+    putNumber(length, bytes.size() - 16);
+    bytes.replace(12, 4, length);
+    align(bytes, 8);
+    return bytes + body;
+}
+
+std::string bodyOf(const std::string& text) {
+    std::string body;
+    putText(body, text, false);
+    return body;
 }
 
 const Field kFromBus{7, 's', "org.freedesktop.DBus"};
 const Field kToUs{6, 's', ":1.7"};
 
-std::string methodReturn(std::uint32_t serial, std::uint32_t replySerial, const std::string& signature,
-                         const std::string& body, bool bigEndian = false) {
-    std::vector<Field> fields{kToUs, {5, 'u', "", replySerial}, kFromBus};
-    if (!signature.empty()) fields.push_back({8, 'g', signature});
-    return busMessage(2, serial, fields, body, bigEndian);
-}
-
-std::string ownerReply(std::uint32_t serial, std::uint32_t replySerial, bool owned, bool bigEndian = false) {
-    return methodReturn(serial, replySerial, "b", booleanBody(owned ? 1 : 0, bigEndian), bigEndian);
+std::string ownerReply(std::uint32_t serial, std::uint32_t replySerial, bool owned) {
+    std::string body;
+    putNumber(body, owned ? 1 : 0);
+    return busMessage(2, serial, {kToUs, {5, 'u', "", replySerial}, kFromBus, {8, 'g', "b"}}, body);
 }
 
 std::string errorReply(std::uint32_t serial, std::uint32_t replySerial) {
-    Builder body(false);
-    body.string("Unknown method");
     return busMessage(3, serial,
                       {kToUs, {4, 's', "org.freedesktop.DBus.Error.UnknownMethod"}, {5, 'u', "", replySerial},
                        {8, 'g', "s"}, kFromBus},
-                      body.bytes);
+                      bodyOf("Unknown method"));
 }
 
-std::string helloReply() {
-    Builder body(false);
-    body.string(":1.7");
-    return methodReturn(1, 1, "s", body.bytes);
-}
+std::string helloReply() { return busMessage(2, 1, {kToUs, {5, 'u', "", 1}, kFromBus, {8, 'g', "s"}}, bodyOf(":1.7")); }
 
 std::string nameAcquired(std::uint32_t serial) {
-    Builder body(false);
-    body.string(":1.7");
     return busMessage(4, serial,
                       {{1, 'o', "/org/freedesktop/DBus"}, {2, 's', "org.freedesktop.DBus"}, {3, 's', "NameAcquired"},
                        kToUs, {8, 'g', "s"}, kFromBus},
-                      body.bytes);
+                      bodyOf(":1.7"));
 }
 
 const std::string kAuthOk = "OK 1234567890abcdef1234567890abcdef\r\n";
@@ -148,14 +116,6 @@ const std::string kAuthOk = "OK 1234567890abcdef1234567890abcdef\r\n";
 // owned and the second is.
 std::string answers(bool first, bool second) {
     return helloReply() + nameAcquired(2) + ownerReply(3, 2, first) + ownerReply(4, 3, second);
-}
-
-// Parses from a buffer of exactly the message's size, so that a sanitizer
-// build catches any read past its end.
-std::optional<BusMessage> parseExactly(std::string_view bytes) {
-    const std::unique_ptr<char[]> exact(new char[bytes.size() + 1]);
-    std::memcpy(exact.get(), bytes.data(), bytes.size());
-    return parseBusMessage(std::string_view(exact.get(), bytes.size()));
 }
 
 // ---- A bus of the test's own ----------------------------------------------
@@ -254,85 +214,6 @@ TEST(SessionBus, NoAnswerWithoutADaemon) {
     EXPECT_FALSE(anyNameHasOwner("tcp:host=127.0.0.1,port=1", {"com.brightloft.voxtrel"}));
 }
 
-TEST(SessionBusMessages, ReadsWhatTheBusSends) {
-    struct Case {
-        const char* name;
-        std::string bytes;
-        int type;
-        std::uint32_t replySerial;
-        std::optional<bool> answer;
-        std::string errorName;
-    };
-    const Case cases[] = {
-        {"owned", ownerReply(3, 2, true), 2, 2, true, ""},
-        {"not owned", ownerReply(3, 2, false), 2, 2, false, ""},
-        {"owned, big-endian", ownerReply(3, 5, true, true), 2, 5, true, ""},
-        {"not owned, big-endian", ownerReply(3, 5, false, true), 2, 5, false, ""},
-        {"Hello's reply", helloReply(), 2, 1, std::nullopt, ""},
-        {"a signal", nameAcquired(2), 4, 0, std::nullopt, ""},
-        {"an error", errorReply(4, 2), 3, 2, std::nullopt, "org.freedesktop.DBus.Error.UnknownMethod"},
-        {"a header field of a later protocol version",
-         busMessage(2, 3, {{5, 'u', "", 2}, {42, 'x', "", 7}, {8, 'g', "b"}}, booleanBody(1)), 2, 2, true, ""},
-        {"a boolean that is not 0 or 1", methodReturn(3, 2, "b", booleanBody(2)), 2, 2, std::nullopt, ""},
-        {"a string, not a boolean", methodReturn(3, 2, "s", std::string("\1\0\0\0x\0", 6)), 2, 2, std::nullopt,
-         ""},
-        {"a boolean and more", methodReturn(3, 2, "bb", booleanBody(1) + booleanBody(1)), 2, 2, std::nullopt, ""},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        // Every prefix is incomplete; the whole parses, and so does the whole with the next message behind it.
-        for (std::size_t length = 0; length < c.bytes.size(); ++length) {
-            EXPECT_FALSE(parseExactly(std::string_view(c.bytes).substr(0, length))) << length;
-        }
-        EXPECT_EQ(busMessageLength(c.bytes), c.bytes.size());
-        for (const std::string& input : {c.bytes, c.bytes + ownerReply(9, 9, true)}) {
-            const std::optional<BusMessage> message = parseExactly(input);
-            ASSERT_TRUE(message);
-            EXPECT_EQ(message->type, c.type);
-            EXPECT_EQ(message->replySerial, c.replySerial);
-            EXPECT_EQ(message->errorName, c.errorName);
-            EXPECT_EQ(booleanReply(*message), c.answer);
-        }
-    }
-}
-
-TEST(SessionBusMessages, RejectsMalformedMessages) {
-    const std::string good = ownerReply(3, 2, true);
-    auto changed = [&good](std::size_t at, std::string bytes) {
-        std::string out = good;
-        out.replace(at, bytes.size(), bytes);
-        return out;
-    };
-    // In `good`, the fields start at 16: destination (16..28), reply serial
-    // (32..39), sender (40..68), signature (72..78); the body at 80.
-    ASSERT_EQ(good.substr(32, 4), std::string("\5\1u\0", 4));
-    ASSERT_EQ(good.substr(40, 4), std::string("\7\1s\0", 4));
-    ASSERT_EQ(good.substr(72, 4), std::string("\x08\1g\0", 4));
-    const std::pair<const char*, std::string> cases[] = {
-        {"an unknown byte order", changed(0, "x")},
-        {"protocol version 2", changed(3, "\2")},
-        {"type 0", changed(1, std::string(1, '\0'))},
-        {"serial 0", changed(8, std::string(4, '\0'))},
-        {"a header field of code 0", changed(32, std::string(1, '\0'))},
-        {"a header field of a container type", changed(40, std::string("\x2a\1a\0", 4))},
-        {"a header field typed with two letters", changed(40, std::string("\7\2ss", 4))},
-        {"the reply serial as a string", changed(32, std::string("\5\1s\0", 4))},
-        {"reply serial 0", changed(36, std::string(4, '\0'))},
-        {"a string longer than the header fields", changed(20, "\xff")},
-        {"a string without its terminating NUL", changed(28, "x")},
-        {"a signature longer than the header fields", changed(76, "\x7f")},
-        {"header fields that end inside a field", changed(12, "\x3b")},
-        {"header fields longer than the message", changed(12, "\xff\xff\xff\x0f")},
-        {"a body longer than the message", changed(4, "\xff\xff\xff\x0f")},
-        {"a reply without the serial it answers", busMessage(2, 3, {{8, 'g', "b"}}, booleanBody(1))},
-        {"a body without a signature", methodReturn(3, 2, "", booleanBody(1))},
-        {"an error without its name", busMessage(3, 4, {{5, 'u', "", 2}}, "")},
-        {"nothing", ""},
-        {"text", "REJECTED EXTERNAL\r\n"},
-    };
-    for (const auto& [name, bytes] : cases) EXPECT_FALSE(parseExactly(bytes)) << name;
-}
-
 TEST(SessionBus, AFakeBusGetsAnAnswerOrNothingWithinTheDeadline) {
     using std::chrono::milliseconds;
     const std::string everything = kAuthOk + answers(false, true);
@@ -354,7 +235,6 @@ TEST(SessionBus, AFakeBusGetsAnAnswerOrNothingWithinTheDeadline) {
         {"answers: the second name is owned", everything, 0, milliseconds(0), Then::waits, true},
         {"answers: neither name is owned", kAuthOk + answers(false, false), 0, milliseconds(0), Then::waits, false},
         {"answers in small pieces", everything, 3, milliseconds(0), Then::waits, true},
-        {"stalls after accepting", "", 0, milliseconds(0), Then::waits, std::nullopt},
         {"stalls after authentication", kAuthOk, 0, milliseconds(0), Then::waits, std::nullopt},
         {"trickles one byte every 50 ms", everything, 1, milliseconds(50), Then::waits, std::nullopt},
         {"stalls halfway through a reply", cut, 0, milliseconds(0), Then::waits, std::nullopt},
@@ -369,8 +249,6 @@ TEST(SessionBus, AFakeBusGetsAnAnswerOrNothingWithinTheDeadline) {
         {"announces a message larger than any reply",
          kAuthOk + std::string("l\2\1\1\xff\xff\xff\x07\1\0\0\0\0\0\0\0", 16), 0, milliseconds(0), Then::waits,
          std::nullopt},
-        {"answers with a string", kAuthOk + helloReply() + methodReturn(3, 2, "s", std::string("\1\0\0\0x\0", 6)), 0,
-         milliseconds(0), Then::waits, std::nullopt},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);

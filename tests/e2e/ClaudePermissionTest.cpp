@@ -48,8 +48,6 @@ TEST_F(ClaudePermission, EachSpokenAnswer) {
         {" ALLOW\n", kAllow, poll},
         {"Deny", denial(""), poll},
         {"Not now, use the STAGING database/2 ", denial("not now, use the staging database\\/2"), poll},
-        {" \n", denial(""), poll},
-        {"bypass-perms", denial("bypass-perms"), poll},
         {"", "", "Permission dismissed, yielding to TUI for session=" + session_},
     };
     for (const Case& c : cases) {
@@ -200,6 +198,12 @@ TEST_F(ClaudePermission, AlwaysNeverWritesOutsideTheProjectOrIntoAnOddFile) {
              ASSERT_EQ(::symlink(dir_.file("elsewhere").c_str(), claude.c_str()), 0);
          },
          "", claude + " is a link to " + dir_.file("elsewhere") + "; nothing written"},
+        {"a file of another shape",
+         [&] {
+             makeDirectories(claude);
+             writeText(settingsFile(), "[\"Read\"]");
+         },
+         "", settingsFile() + " is not a JSON object; left as it was"},
         {"a FIFO",
          [&] {
              makeDirectories(claude);
@@ -242,23 +246,4 @@ TEST_F(ClaudePermission, AlwaysWithoutRulesSkipsTheSettings) {
     EXPECT_EQ(messages.at(messages.size() - 2), "Always-allow: wrote rules to " + autoAcceptFile("Bash") + ": []");
     EXPECT_EQ(messages.back(), "Always-allow: skipping settings.local.json persist (empty cwd or rules)");
     EXPECT_FALSE(exists(cwd_ + "/.claude"));
-}
-
-TEST_F(ClaudePermission, ASettingsFileOfAnotherShapeIsLeftByteForByte) {
-    makeDirectories(cwd_ + "/.claude");
-    const std::string cases[] = {
-        "{\"permissions\": {\"allow\": [\"Read\"],}}\n",  // a trailing comma: not JSON
-        "{\"permissions\": {\"allow\": \"Read\"}}",
-        "[\"Read\"]",
-    };
-    for (const std::string& settings : cases) {
-        writeText(settingsFile(), settings);
-        const Finished finished = answered(bash("npm test"), "always");
-        EXPECT_EQ(finished.out, kAllow);
-        EXPECT_EQ(readText(settingsFile()), settings);
-        const std::string last = messagesIn(finished.err).back();
-        EXPECT_EQ(last.rfind("Always-allow: " + settingsFile() + " ", 0), 0u) << last;
-        EXPECT_NE(last.find("left as it was"), std::string::npos) << last;
-        ::unlink(autoAcceptFile("Bash").c_str());  // "always" stored "*" for the session
-    }
 }

@@ -61,51 +61,18 @@ const std::string kUserSettings = R"J({
 }
 )J";
 
-const std::string kUserSettingsInstalled = R"J({
-  "permissions": {
-    "allow": [
-      "Bash(npm test:*)"
-    ],
-    "defaultMode": "acceptEdits"
-  },
-  "hooks": {
-    "Stop": [
-      {
-        "hooks": [
-          {
-            "type": "command",
-            "command": "notify-send done"
-          }
-        ]
-      },
-)J" + ours("      ", nullptr, "claude") + R"J(
-    ],
-    "PreToolUse": [
-      {
-        "matcher": "Bash",
-        "hooks": [
-          {
-            "type": "command",
-            "command": "~/bin/check-bash.sh",
-            "timeout": 30
-          }
-        ]
-      },
-)J" + ours("      ", "AskUserQuestion", "claude") + R"J(
-    ],
-    "UserPromptSubmit": [
-)J" + ours("      ", nullptr, "claude") + R"J(
-    ],
-    "PermissionRequest": [
-)J" + ours("      ", "*", "claude") + R"J(
-    ],
-    "Notification": [
-)J" + ours("      ", nullptr, "claude") + R"J(
-    ]
-  },
-  "model": "opus"
+// `text` with `addition` put in before the first `before` after `after`.
+std::string inserted(std::string text, const std::string& after, const std::string& before, const std::string& addition) {
+    return text.insert(text.find(before, text.find(after)), addition);
 }
-)J";
+
+// Ours after the user's entries of an event, then the events the user had not.
+const std::string kUserSettingsInstalled = inserted(
+    inserted(inserted(kUserSettings, "notify-send", "\n    ]", ",\n" + ours("      ", nullptr, "claude")), "check-bash",
+             "\n    ]", ",\n" + ours("      ", "AskUserQuestion", "claude")),
+    "check-bash", "\n  },\n  \"model\"",
+    ",\n    \"UserPromptSubmit\": [\n" + ours("      ", nullptr, "claude") + "\n    ],\n    \"PermissionRequest\": [\n" +
+        ours("      ", "*", "claude") + "\n    ],\n    \"Notification\": [\n" + ours("      ", nullptr, "claude") + "\n    ]");
 
 const std::string kOldCodexEntries = R"J({
   "hooks": {

@@ -97,7 +97,6 @@ TEST(CommandPermissions, WhatEachToolShows) {
         {false, "Bash", R"({"command":"ls","description":"List files"})", "List files", "ls"},
         {false, "Bash", R"({"command":"ls","description":""})", "Run command?", "ls"},
         {false, "apply_patch", R"({})", "Apply patch?", "apply_patch"},
-        {false, "web", R"({"path":"/p","description":"Look"})", "Look", "/p"},
         {false, "web", R"({"url":"https://x.org"})", "Permission needed for web", "https://x.org"},
         {false, "Shell", R"({"command":"ls"})", "Permission needed for Shell", "ls"},
         {true, "Shell", R"({"command":"ls"})", "Run command?", "ls"},

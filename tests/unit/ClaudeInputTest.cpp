@@ -40,12 +40,9 @@ TEST(ClaudeInput, OneBadNestedValueFailsItsWholeRecord) {
     };
     const Case cases[] = {
         {R"({"tool_input":{"command":5,"description":"ok"}})", false, true},
-        {R"({"tool_input":{"answers":{"q":1}}})", false, true},
         {R"({"tool_input":{"questions":[{"question":"Q"}]}})", false, true},              // options missing
-        {R"({"tool_input":{"options":[{"description":"no label"}]}})", false, true},
         {R"({"tool_input":{"command":null,"multiSelect":true}})", true, true},
         {R"({"permission_suggestions":[{"type":"x"},{"rules":[{"toolName":3}]}]})", true, false},
-        {R"({"permission_suggestions":[{"type":"x"},"y"]})", true, false},
         {R"({"permission_suggestions":[]})", true, true},
     };
     for (const Case& c : cases) {
@@ -71,7 +68,6 @@ TEST(ClaudeInput, ElicitationQuestionsFromListOrSingleFields) {
         {R"({"questions":[],"question":"Single?","header":"H","multiSelect":true})", 1, "Single?", 0},
         {R"({"question":"Single?","options":[{"label":"a"},{"label":"b","description":"d"}]})", 1, "Single?", 2},
         {R"({"questions":[],"question":""})", -1, "", 0},
-        {R"({"command":"ls"})", -1, "", 0},
     };
     for (const Case& c : cases) {
         const HookInput input = decode(std::string(R"({"tool_input":)") + c.toolInput + "}");

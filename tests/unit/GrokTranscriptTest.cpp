@@ -66,10 +66,7 @@ TEST(GrokExtractText, MessageBodies) {
         {R"("plain")", "plain"},
         {R"([{"type":"text","text":"A"},{"type":"image"},{"text":7},{"text":"B"}])", "AB"},
         {R"([{"text":"A"},"B"])", ""},  // one element that is not an object spoils the array
-        {R"([])", ""},
         {R"({"text":"A"})", ""},
-        {"42", ""},
-        {"null", ""},
     };
     for (const auto& c : cases) {
         const Json body = Json::parse(c.body);
@@ -125,9 +122,7 @@ TEST_F(GrokHistory, LastFromChatHistory) {
         {"role when type is not text", earlier + R"({"type":5,"role":"assistant","content":"by role"})", "by role"},
         {"empty answers passed over", earlier + message("assistant", R"("")") + message("assistant", "[]"), "earlier"},
         {"broken and non-object lines skipped", earlier + "{\"type\":\"assistant\",\"content\":\"cut\n[1]\n\n", "earlier"},
-        {"CR LF line ends", message("assistant", R"("crlf")") + "\r\n" + message("user", R"("x")") + "\r\n", "crlf"},
         {"invalid UTF-8 anywhere in the tail", earlier + "\xC3\n", std::nullopt},
-        {"no assistant line", message("user", R"("hi")"), std::nullopt},
     };
     for (const auto& c : cases) {
         writeSessionFile("chat_history.jsonl", c.history);
@@ -162,26 +157,18 @@ TEST_F(GrokHistory, LastFromUpdates) {
     } cases[] = {
         {"the caller's prompt", twoPrompts, "A", "a1a2"},
         {"no prompt id: the prompt that started last", twoPrompts, std::nullopt, "b1b2"},
-        {"unknown prompt id", twoPrompts, "C", "b1b2"},
         {"order of first appearance, not of last chunk", chunkFor("A", "a1") + chunkFor("B", "b1") + chunkFor("A", "a2"),
          std::nullopt, "b1"},
         {"the caller's prompt with empty text", chunkFor("A", "") + chunkFor("B", "b"), "A", "b"},
-        {"the latest prompt may have empty text", chunkFor("A", "a") + chunkFor("B", ""), std::nullopt, ""},
         {"envelope _meta", chunk("p", "", R"(,"_meta":{"promptId":"A"})") + chunkFor("B", "b"), "A", "p"},
         {"update _meta decides alone when an object",
          chunk("p", R"(,"_meta":{})", R"(,"_meta":{"promptId":"A"})") + chunkFor("B", "b"), "", "p"},
-        {"update _meta that is not an object",
-         chunk("p", R"(,"_meta":"x")", R"(,"_meta":{"promptId":"A"})") + chunkFor("B", "b"), "A", "p"},
         {"no _meta: the empty prompt id", chunk("x") + chunk("y"), std::nullopt, "xy"},
         {"other updates and malformed lines skipped",
          chunk("kept") + R"({"params":{"update":{"sessionUpdate":"agent_thought_chunk","content":{"text":"no"}}}})" +
              "\n" + R"({"params":{"update":{"sessionUpdate":"agent_message_chunk","content":{"text":5}}}})" + "\n" +
              R"({"params":{"update":{"sessionUpdate":"agent_message_chunk","content":"no"}}})" + "\nnot json\n",
          std::nullopt, "kept"},
-        {"escaped spelling of the update kind",
-         R"({"params":{"update":{"sessionUpdate":"agent\u005fmessage_chunk","content":{"text":"esc"}}}})", std::nullopt,
-         "esc"},
-        {"CR LF line ends", chunk("a") + "\r\n" + chunk("b") + "\r\n", std::nullopt, "ab"},
     };
     for (const auto& c : cases) {
         writeSessionFile("updates.jsonl", c.updates);

@@ -33,13 +33,10 @@ TEST(PermissionDetails, SummaryAndDetailsPerTool) {
     };
     const Case cases[] = {
         {"Bash", R"({"command":"ls -la"})", "Run command?", "ls -la"},
-        {"Bash", R"({"description":"d"})", "Permission needed for Bash", ""},
         {"Edit", R"({"file_path":"/a/b.txt","old_string":"x\ny","new_string":"z"})", "Edit file?", "/a/b.txt\n\n-x\n-y\n+z"},
-        {"Edit", R"({"file_path":"/a/b.txt","old_string":"x"})", "Edit file?", "/a/b.txt"},
         {"Edit", R"({"file_path":"/f","old_string":"","new_string":"a\r\nb\n"})", "Edit file?", "/f\n\n-\n+a\r\nb\n+"},
         {"Edit", R"({"old_string":"x","new_string":"y"})", "Permission needed for Edit", ""},
         {"Grep", R"({"pattern":"retry","path":"src"})", "Search file contents?", "retry in src"},
-        {"Grep", R"({"path":"src"})", "Search file contents?", ""},
         {"mcp__x__y", R"({"command":"c","pattern":"p"})", "Permission needed for mcp__x__y", "c"},
         {"mcp__x__y", std::nullopt, "Permission needed for mcp__x__y", "mcp__x__y"},
         {"bash", R"({"command":"ls"})", "Permission needed for bash", "ls"},
@@ -65,14 +62,11 @@ TEST(PermissionChoices, RuleTargets) {
     const std::pair<Rules, std::optional<std::string>> cases[] = {
         {{{{"toolName", "Read"}, {"ruleContent", "//Users/me/proj/src/**"}}}, "src/**"},
         {{{{"ruleContent", "npm run test:*"}}}, "npm run test:*"},
-        {{{{"ruleContent", "/one"}}}, "one"},
         {{{{"ruleContent", "//"}}}, "/"},
         {{{{"ruleContent", ""}, {"value", "v"}, {"path", "p"}}}, "v"},
-        {{{{"path", "p"}, {"toolName", "T"}}}, "p"},
         {{{{"toolName", "T"}, {"zeta", ""}}}, "T"},
         {{{{"toolName", ""}}, {{"ruleContent", "second"}}}, "second"},
         {{{{"toolName", ""}}}, std::nullopt},
-        {{}, std::nullopt},
     };
     for (const auto& [rules, target] : cases) EXPECT_EQ(permissionRuleTarget(rules), target);
     EXPECT_EQ(permissionRuleTarget(std::nullopt), std::nullopt);
@@ -101,8 +95,8 @@ TEST(PermissionChoices, TheFourChoicesInOrder) {
 
 TEST(PermissionReplies, WordsAndRefusals) {
     const std::pair<std::string, PermissionWord> words[] = {
-        {"allow", PermissionWord::allow},   {" ALLOW\n", PermissionWord::allow},   {"Always", PermissionWord::always},
-        {"\tbypass ", PermissionWord::bypass}, {"Deny", PermissionWord::deny},      {"bypass-perms", PermissionWord::other},
+        {" ALLOW\n", PermissionWord::allow}, {"Always", PermissionWord::always}, {"\tbypass ", PermissionWord::bypass},
+        {"Deny", PermissionWord::deny},       {"bypass-perms", PermissionWord::other},
         {"   ", PermissionWord::other},     {"allow it", PermissionWord::other},
     };
     for (const auto& [reply, word] : words) EXPECT_EQ(readPermissionReply(reply).word, word) << reply;
@@ -118,14 +112,11 @@ TEST(QuestionAnswers, BothReplyForms) {
     const std::string listed = R"("questions":[{"options":[{"label":"A"}],"question":"Q1"},{"header":"H","multiSelect":true,"options":[],"question":"Q2"}])";
     const std::pair<std::string, std::string> cases[] = {
         {R"({"answers":[["A"],["B","C"]]})", R"({"answers":{"Q1":"A","Q2":"B, C"},)" + listed + "}"},
-        {R"({"answers":[["A"]]})", R"({"answers":{"Q1":"A"},)" + listed + "}"},
         {R"({"answers":[[],["x"],["ignored"]]})", R"({"answers":{"Q1":"","Q2":"x"},)" + listed + "}"},
-        {R"({"answers":[]})", R"({"answers":{},)" + listed + "}"},
         {"Use SQLite\n", R"({"answers":{"Q1":"Use SQLite"},)" + listed + "}"},
         {"\n  two words \r\n", R"({"answers":{"Q1":"  two words "},)" + listed + "}"},
         {R"({"answers":"A"})", R"({"answers":{"Q1":"{\"answers\":\"A\"}"},)" + listed + "}"},
         {R"({"answers":[["A",1]]})", R"({"answers":{"Q1":"{\"answers\":[[\"A\",1]]}"},)" + listed + "}"},
-        {"{}", R"({"answers":{"Q1":"{}"},)" + listed + "}"},
     };
     for (const auto& [reply, expected] : cases) {
         EXPECT_EQ(*text::toCompactJson(answeredToolInput(*questions, reply)), expected) << reply;
@@ -137,14 +128,11 @@ TEST(PlanReview, Answers) {
     const std::tuple<std::string, Behavior, std::optional<std::string>> cases[] = {
         {R"({"answers":[["Allow"]]})", Behavior::allow, std::nullopt},
         {" {\"answers\":[[\"allow\",\"x\"],[\"y\"]]}\n", Behavior::allow, std::nullopt},
-        {R"({"answers":[["deny"]]})", Behavior::deny, std::nullopt},
         {R"({"answers":[["Please add a Rollback step "]]})", Behavior::deny, "Please add a Rollback step "},
         {R"({"answers":[["Approve"]]})", Behavior::deny, "Approve"},
         {R"({"answers":[]})", Behavior::deny, std::nullopt},
-        {R"({"answers":[[]]})", Behavior::deny, std::nullopt},
         {R"({"answers":[["a"],[2]]})", Behavior::deny, std::nullopt},
         {"yes", Behavior::deny, std::nullopt},
-        {"[]", Behavior::deny, std::nullopt},
     };
     for (const auto& [reply, behavior, message] : cases) {
         const PermissionResponse response = resolveExitPlanModeResponse(reply);

@@ -48,15 +48,9 @@ protected:
 
 }  // namespace
 
-TEST_F(PlanFiles, TheTranscriptSlugAndItsStaleness) {
-    plan("fresh.md", "\n  # Fresh plan\n\n", 1);
-    plan("old.md", "# Old plan", 20);
+// A matched slug's age and trimming are the end-to-end tests'.
+TEST_F(PlanFiles, ASlugWhoseFileIsMissingOrBlankGivesNothing) {
     plan("newest.md", "# Newest", 0);
-    EXPECT_EQ(findMostRecentPlanContent("/w", transcript(R"({"slug":"fresh"})"), false), "# Fresh plan");
-    const std::string old = transcript(R"({"slug":"old"})");
-    EXPECT_EQ(findMostRecentPlanContent("/w", old, false), std::nullopt);
-    EXPECT_EQ(findMostRecentPlanContent("/w", old, true), "# Old plan");
-    // A slug whose file is missing or blank gives nothing, though other plans exist.
     EXPECT_EQ(findMostRecentPlanContent("/w", transcript(R"({"slug":"gone"})"), true), std::nullopt);
     plan("blank.md", " \n", 0);
     EXPECT_EQ(findMostRecentPlanContent("/w", transcript(R"({"slug":"blank"})"), true), std::nullopt);

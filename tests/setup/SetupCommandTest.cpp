@@ -27,9 +27,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(std::vector<std::string>{}, std::vector<std::string>{"frobnicate"},
                       std::vector<std::string>{"install"}, std::vector<std::string>{"install", "emacs"},
                       std::vector<std::string>{"install", "claude", "codex"},
-                      std::vector<std::string>{"install", "claude", "--json"},
                       std::vector<std::string>{"status", "--dry-run"},
-                      std::vector<std::string>{"install", "claude", "--project"},
                       std::vector<std::string>{"install", "claude", "--hook="},
                       std::vector<std::string>{"uninstall", "all", "--force"}));
 

@@ -75,7 +75,6 @@ TEST_F(Companion, PermissionChoicesSendTheWordsTheHookUnderstands) {
     const Case cases[] = {
         {{"--answer", "Allow "}, "", "Allow "},  // scripted answers go verbatim
         {{}, "3\n", "bypass"},                   // not the choice's "bypass-perms"
-        {{}, "2\n", "always"},
         {{}, " 4 \n", "deny"},
         {{}, "5\n", "5"},                        // no such choice: sent as typed
         {{}, "use the staging database\n", "use the staging database"},
@@ -87,14 +86,6 @@ TEST_F(Companion, PermissionChoicesSendTheWordsTheHookUnderstands) {
         EXPECT_NE(companion.out.find(shown), std::string::npos) << companion.out;
         EXPECT_EQ(readText(responseFile()), c.response);
     }
-}
-
-TEST_F(Companion, APermissionBodyWithoutChoicesIsShownAsItIs) {
-    const std::string body = R"({"toolName":"shell","command":"ls"})";
-    const Finished companion = answer("permission", body, {}, "1\n");
-    EXPECT_EQ(companion.status, 0) << companion.err;
-    EXPECT_NE(companion.out.find("message:\n    " + body + "\n"), std::string::npos) << companion.out;
-    EXPECT_EQ(readText(responseFile()), "1");
 }
 
 TEST_F(Companion, EachQuestionTakesItsOwnLineOfNumbers) {

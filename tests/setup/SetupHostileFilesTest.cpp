@@ -27,8 +27,6 @@ TEST(SetupHostileFiles, EveryCommandEndsAndReplacesNothingOdd) {
     const Case cases[] = {
         {"settings a FIFO", "/.claude/settings.json",
          [](const std::string& path) { ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0); }, "not a regular file"},
-        {"settings a link to /dev/zero", "/.claude/settings.json",
-         [](const std::string& path) { ASSERT_EQ(::symlink("/dev/zero", path.c_str()), 0); }, "not a regular file"},
         // As root a rename over the link's target would replace the device itself.
         {"settings a link to /dev/null", "/.claude/settings.json",
          [](const std::string& path) { ASSERT_EQ(::symlink("/dev/null", path.c_str()), 0); }, "not a regular file"},

@@ -182,22 +182,6 @@ std::optional<std::string> customTitle(std::string_view file, std::size_t longes
     return std::nullopt;
 }
 
-std::optional<std::string> indexSummary(std::string_view index, const std::string& sessionId) {
-    const std::optional<text::Json> document = text::parseJson(index);
-    if (!document || !document->is_object()) return std::nullopt;
-    const auto entries = document->find("entries");
-    if (entries == document->end() || !entries->is_array()) return std::nullopt;
-    for (const text::Json& entry : *entries) {
-        if (!entry.is_object()) return std::nullopt;
-    }
-    for (const text::Json& entry : *entries) {
-        if (text::stringMember(entry, "sessionId") != sessionId) continue;
-        std::optional<std::string> summary = text::stringMember(entry, "summary");
-        if (summary && !summary->empty()) return summary;
-    }
-    return std::nullopt;
-}
-
 }  // namespace reference
 
 class Generator {
@@ -225,7 +209,9 @@ public:
     }
 
     std::string entry() {
-        const std::string text = "\"" + stringBody() + "\"";
+        std::string text = stringBody();  // appended to, not "\"" + ...: g++ 12 warns of an overlap that is not there
+        text.insert(text.begin(), '"');
+        text.push_back('"');
         switch (below(12)) {
             case 0: return R"({"type":"assistant","message":{"content":)" + text + "}}";
             case 1:
@@ -258,38 +244,6 @@ public:
         }
         if (chance(3)) file.insert(below(file.size() + 1), pick(kInvalid));
         return file;
-    }
-
-    std::string index() {
-        static const char* const entries[] = {
-            R"({"sessionId":"s1","summary":"Mine"})",
-            R"({"sessionId":"s2","summary":"Other"})",
-            R"({"sessionId":"s1","summary":""})",
-            R"({"sessionId":"s1"})",
-            R"({"sessionId":"s1","summary":{"a":["b"]}})",
-            R"({"summary":"x","sessionId":"s2","sessionId":"s1"})",
-            R"({"sessionId":"s1","summary":"Twice","summary":null})",
-            R"({"sessionId":"s1","x":{"sessionId":"s9","summary":"Deep"},"summary":"Outer"})",
-            R"({"sessionId":5,"summary":"Number"})",
-            R"({})",
-            R"(3)",
-            R"([{"sessionId":"s1","summary":"In array"}])",
-        };
-        std::string list = "[";
-        for (std::size_t i = 0, count = below(5); i < count; ++i) list += std::string(i ? "," : "") + pick(entries);
-        list += "]";
-        std::string document;
-        switch (below(8)) {
-            case 0: document = list; break;
-            case 1: document = R"({"entries":{"sessionId":"s1","summary":"Object"}})"; break;
-            case 2: document = R"({"entries":)" + list + R"(,"entries":)" + list + "}"; break;
-            case 3: document = R"({"entries":[{"sessionId":"s1","summary":"First"}],"entries":7})"; break;
-            default: document = R"({"version":1,"entries":)" + list + R"(,"more":[{"entries":[]}]})"; break;
-        }
-        if (chance(15)) document.resize(below(document.size() + 1));
-        if (chance(5)) document += " {}";
-        if (chance(5)) document.insert(below(document.size() + 1), pick(kInvalid));
-        return document;
     }
 
 private:
@@ -341,18 +295,29 @@ TEST(TranscriptReaders, GiveWhatReadingTheWholeFileGives) {
     }
 }
 
-TEST(TranscriptReaders, IndexGivesWhatParsingTheWholeDocumentGives) {
+// The index is read as a stream: reads of a few bytes cut it anywhere.
+TEST(TranscriptReaders, IndexSummaries) {
+    const std::pair<std::string, std::string> cases[] = {
+        {R"({"entries":[{"sessionId":"other","summary":"No"},{"sessionId":"s1","summary":"Yes"}]})", "Yes"},
+        {R"({"version":1,"entries":[{},{"sessionId":"s1","summary":""},{"summary":"Second","sessionId":"s1"}],)"
+         R"("more":[{"entries":[]}]})",
+         "Second"},
+        {R"({"entries":[{"sessionId":"s1","x":{"sessionId":"s9","summary":"Deep"},"summary":"Outer"}]})", "Outer"},
+        {R"({"entries":[{"summary":"Last id","sessionId":"s2","sessionId":"s1"}]})", "Last id"},
+        {R"({"entries":[{"sessionId":"s1","summary":"Old"}],"entries":[{"sessionId":"s1","summary":"New"}]})", "New"},
+        {R"({"entries":[{"sessionId":"s1","summary":"Dup","summary":7}]})", "<absent>"},
+        {R"({"entries":[{"sessionId":"s1","summary":"Yes"},3]})", "<absent>"},
+        {R"({"entries":{"sessionId":"s1","summary":"Object"}})", "<absent>"},
+        {R"({"entries":[{"sessionId":"s1","summary":"Yes"}]} {})", "<absent>"},
+        {R"({"entries":[{"sessionId":"s1","summary":"Yes"}])", "<absent>"},
+    };
     TempDir dir;
-    Generator generator(7);
-    for (int i = 0; i < 400; ++i) {
-        const std::string index = generator.index();
-        const std::optional<std::string> expected = reference::indexSummary(index, "s1");
-        EXPECT_EQ(shown(indexSummary(index, "s1")), shown(expected)) << index;
-        const std::string path = dir.file("index-" + std::to_string(i) + ".json");
-        testsupport::writeText(path, index);
+    for (const auto& [index, expected] : cases) {
+        EXPECT_EQ(shown(indexSummary(index, "s1")), expected) << index;
+        testsupport::writeText(dir.file("index.json"), index);
         for (const TranscriptLimits& limits : kLimits) {
-            EXPECT_EQ(shown(indexSummaryOfFile(path, "s1", limits)),
-                      shown(index.size() > limits.longestLine ? std::nullopt : expected))
+            EXPECT_EQ(shown(indexSummaryOfFile(dir.file("index.json"), "s1", limits)),
+                      index.size() > limits.longestLine ? "<absent>" : expected)
                 << "chunk " << limits.chunk << ": " << index;
         }
     }

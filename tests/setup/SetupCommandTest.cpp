@@ -1,6 +1,5 @@
 // The command line, --dry-run's diff and status.
 #include <nlohmann/json.hpp>
-#include <ostream>
 
 #include "SetupRun.hpp"
 
@@ -11,25 +10,19 @@ using testsupport::exists;
 using testsupport::readText;
 using testsupport::writeText;
 
-class SetupUsage : public ::testing::TestWithParam<std::vector<std::string>> {};
-
-TEST_P(SetupUsage, UsageLineAndStatus64) {
-    SetupHome home;
-    const testsupport::Finished run = home.run(GetParam(), false);
-    EXPECT_EQ(run.status, 64);
-    EXPECT_EQ(run.out, "");
-    EXPECT_NE(run.err.find("\nusage: agent-hook-setup install|uninstall"), std::string::npos) << run.err;
-    EXPECT_FALSE(exists(home.home + "/.claude"));
+TEST(SetupCommandLine, UsageLineAndStatus64) {
+    const std::vector<std::vector<std::string>> argumentLists = {
+        {}, {"frobnicate"}, {"install"}, {"install", "emacs"}, {"install", "claude", "codex"},
+        {"status", "--dry-run"}, {"install", "claude", "--hook="}, {"uninstall", "all", "--force"}};
+    for (const std::vector<std::string>& arguments : argumentLists) {
+        SetupHome home;
+        const testsupport::Finished run = home.run(arguments, false);
+        EXPECT_EQ(run.status, 64) << run.err;
+        EXPECT_EQ(run.out, "");
+        EXPECT_NE(run.err.find("\nusage: agent-hook-setup install|uninstall"), std::string::npos) << run.err;
+        EXPECT_FALSE(exists(home.home + "/.claude"));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Arguments, SetupUsage,
-    ::testing::Values(std::vector<std::string>{}, std::vector<std::string>{"frobnicate"},
-                      std::vector<std::string>{"install"}, std::vector<std::string>{"install", "emacs"},
-                      std::vector<std::string>{"install", "claude", "codex"},
-                      std::vector<std::string>{"status", "--dry-run"},
-                      std::vector<std::string>{"install", "claude", "--hook="},
-                      std::vector<std::string>{"uninstall", "all", "--force"}));
 
 TEST(SetupCommandLine, HelpAndVersion) {
     SetupHome home;
@@ -170,56 +163,37 @@ hooks = [ { type = "command", command = '@HOOK@ grok', timeout = 1860 } ]
               std::string::npos);
 }
 
-struct Unhealthy {
-    const char* label;
-    std::string settings;  // @HOOK@ is the fake agent-hook
-    std::string problem;
-};
-
-void PrintTo(const Unhealthy& c, std::ostream* out) { *out << c.label; }
-
-class SetupStatusProblems : public ::testing::TestWithParam<Unhealthy> {};
-
-TEST_P(SetupStatusProblems, ReportedAndStatus1) {
-    SetupHome home;
-    testsupport::makeDirectories(home.home + "/.claude");
-    writeText(home.home + "/.claude/settings.json", setuptest::withHook(GetParam().settings, home.hook));
-    const testsupport::Finished text = home.run({"status", "claude"});
-    EXPECT_EQ(text.status, 1);
-    EXPECT_NE(text.out.find(GetParam().problem), std::string::npos) << text.out;
-    const nlohmann::json report = statusJson(home.run({"status", "claude", "--json"}));
-    EXPECT_EQ(report["healthy"], false);
-}
-
+// The settings Claude Code reads, with `stopHook` as the Stop entry.
 std::string claudeWith(const std::string& stopHook, const char* permissionMatcher = "*") {
-    std::string settings = R"({"hooks": {"Stop": [{"hooks": [)" + stopHook + R"(]}])";
-    for (const char* event : {"UserPromptSubmit", "Notification"}) {
-        settings += std::string(R"(, ")") + event +
-                    R"(": [{"hooks": [{"type": "command", "command": "@HOOK@ claude", "timeout": 1860}]}])";
-    }
-    settings += std::string(R"(, "PermissionRequest": [{"matcher": ")") + permissionMatcher +
-                R"(", "hooks": [{"type": "command", "command": "@HOOK@ claude", "timeout": 1860}]}])";
-    settings += R"(, "PreToolUse": [{"matcher": "AskUserQuestion", "hooks": [{"type": "command", "command": "@HOOK@ claude", "timeout": 1860}]}]}})";
-    return settings;
+    const std::string ours = R"({"type": "command", "command": "@HOOK@ claude", "timeout": 1860})";
+    return R"({"hooks": {"Stop": [{"hooks": [)" + stopHook + R"(]}], "UserPromptSubmit": [{"hooks": [)" + ours +
+           R"(]}], "Notification": [{"hooks": [)" + ours + R"(]}], "PermissionRequest": [{"matcher": ")" +
+           permissionMatcher + R"(", "hooks": [)" + ours + R"(]}], "PreToolUse": [{"matcher": "AskUserQuestion", "hooks": [)" +
+           ours + "]}]}}";
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Entries, SetupStatusProblems,
-    ::testing::Values(
-        Unhealthy{"ShortTimeout", claudeWith(R"({"type": "command", "command": "@HOOK@ claude", "timeout": 600})"),
-                  "timeout 600 s is shorter than 1860 s"},
-        Unhealthy{"NoTimeout", claudeWith(R"({"type": "command", "command": "@HOOK@ claude"})"), "no timeout"},
-        Unhealthy{"MissingProgram",
-                  claudeWith(R"({"type": "command", "command": "/nowhere/agent-hook claude", "timeout": 1860})"),
-                  "/nowhere/agent-hook does not exist"},
-        Unhealthy{"NotAbsolute", claudeWith(R"({"type": "command", "command": "agent-hook claude", "timeout": 1860})"),
-                  "is not an absolute path"},
-        Unhealthy{"WrongMatcher",
-                  claudeWith(R"({"type": "command", "command": "@HOOK@ claude", "timeout": 1860})", "Bash"),
-                  "matcher \"Bash\" where \"*\" is recommended"},
-        Unhealthy{"MissingEvents",
-                  R"({"hooks": {"Stop": [{"hooks": [{"type": "command", "command": "@HOOK@ claude", "timeout": 1860}]}]}})",
-                  "missing    UserPromptSubmit, PermissionRequest, PreToolUse, Notification"}),
-    [](const ::testing::TestParamInfo<Unhealthy>& info) { return std::string(info.param.label); });
+TEST(SetupStatus, EachProblemReportedWithStatus1) {
+    const std::pair<std::string, std::string> cases[] = {
+        {claudeWith(R"({"type": "command", "command": "@HOOK@ claude", "timeout": 600})"),
+         "timeout 600 s is shorter than 1860 s"},
+        {claudeWith(R"({"type": "command", "command": "@HOOK@ claude"})"), "no timeout"},
+        {claudeWith(R"({"type": "command", "command": "/nowhere/agent-hook claude", "timeout": 1860})"),
+         "/nowhere/agent-hook does not exist"},
+        {claudeWith(R"({"type": "command", "command": "agent-hook claude", "timeout": 1860})"), "is not an absolute path"},
+        {claudeWith(R"({"type": "command", "command": "@HOOK@ claude", "timeout": 1860})", "Bash"),
+         "matcher \"Bash\" where \"*\" is recommended"},
+        {R"({"hooks": {"Stop": [{"hooks": [{"type": "command", "command": "@HOOK@ claude", "timeout": 1860}]}]}})",
+         "missing    UserPromptSubmit, PermissionRequest, PreToolUse, Notification"},
+    };
+    for (const auto& [settings, problem] : cases) {
+        SetupHome home;
+        testsupport::makeDirectories(home.home + "/.claude");
+        writeText(home.home + "/.claude/settings.json", setuptest::withHook(settings, home.hook));
+        const testsupport::Finished text = home.run({"status", "claude"});
+        EXPECT_EQ(text.status, 1);
+        EXPECT_NE(text.out.find(problem), std::string::npos) << text.out;
+        EXPECT_EQ(statusJson(home.run({"status", "claude", "--json"}))["healthy"], false) << problem;
+    }
+}
 
 }  // namespace

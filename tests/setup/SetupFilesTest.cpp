@@ -266,42 +266,36 @@ TEST(SetupFilesWithoutBackup, UninstallUndoesInstall) {
     }
 }
 
-struct MalformedCase {
-    const char* label;
-    std::string bytes;
-    std::string error;  // part of standard error after the file's path
-    bool onlyInstallFails = false;  // no room for the registration, nothing to remove
-};
-void PrintTo(const MalformedCase& c, std::ostream* out) { *out << c.label; }
-
-class SetupMalformed : public ::testing::TestWithParam<MalformedCase> {};
-
-TEST_P(SetupMalformed, LeftUntouched) {
-    const MalformedCase& c = GetParam();
-    SetupHome home;
-    const std::string path = home.home + "/.claude/settings.json";
-    testsupport::makeDirectories(home.home + "/.claude");
-    writeText(path, c.bytes);
-    for (const char* command : {"install", "uninstall"}) {
-        if (c.onlyInstallFails && std::string(command) == "uninstall") break;
-        const testsupport::Finished run = home.run({command, "claude"});
-        EXPECT_EQ(run.status, 1) << command;
-        EXPECT_NE(run.err.find(path + c.error), std::string::npos) << run.err;
-        EXPECT_EQ(readText(path), c.bytes);
-        EXPECT_FALSE(exists(path + ".agent-hook.bak"));
+TEST(SetupMalformed, LeftUntouched) {
+    struct Case {
+        std::string bytes;
+        std::string error;              // part of standard error after the file's path
+        bool onlyInstallFails = false;  // no room for the registration, nothing to remove
+    };
+    const Case cases[] = {
+        {"{\n  \"hooks\": {\n    \"Stop\": [,]\n  }\n}\n", ":3:14: not valid JSON"},
+        {"{\n  \"model\": \"opus\",\n", ":3:1: not valid JSON"},
+        {"[]\n", ": the document is not a JSON object"},
+        {"{\"hooks\": {\"Stop\": [], \"Stop\": []}}", ": its \"hooks\" member names \"Stop\" twice"},
+        {"{\"hooks\": {\"Stop\": {}}}", ": its \"hooks\" member's \"Stop\"", true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.bytes);
+        SetupHome home;
+        const std::string path = home.home + "/.claude/settings.json";
+        testsupport::makeDirectories(home.home + "/.claude");
+        writeText(path, c.bytes);
+        for (const char* command : {"install", "uninstall"}) {
+            if (c.onlyInstallFails && std::string(command) == "uninstall") break;
+            const testsupport::Finished run = home.run({command, "claude"});
+            EXPECT_EQ(run.status, 1) << command;
+            EXPECT_NE(run.err.find(path + c.error), std::string::npos) << run.err;
+            EXPECT_EQ(readText(path), c.bytes);
+            EXPECT_FALSE(exists(path + ".agent-hook.bak"));
+        }
+        EXPECT_EQ(home.run({"status", "claude"}).status, 1);
     }
-    EXPECT_EQ(home.run({"status", "claude"}).status, 1);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Files, SetupMalformed,
-    ::testing::Values(MalformedCase{"StrayComma", "{\n  \"hooks\": {\n    \"Stop\": [,]\n  }\n}\n", ":3:14: not valid JSON"},
-                      MalformedCase{"Truncated", "{\n  \"model\": \"opus\",\n", ":3:1: not valid JSON"},
-                      MalformedCase{"NotAnObject", "[]\n", ": the document is not a JSON object"},
-                      MalformedCase{"EventTwice", "{\"hooks\": {\"Stop\": [], \"Stop\": []}}",
-                                    ": its \"hooks\" member names \"Stop\" twice"},
-                      MalformedCase{"EventNotAList", "{\"hooks\": {\"Stop\": {}}}", ": its \"hooks\" member's \"Stop\"", true}),
-    [](const ::testing::TestParamInfo<MalformedCase>& info) { return std::string(info.param.label); });
 
 TEST(SetupLinks, FollowedAndKept) {
     SetupHome home;

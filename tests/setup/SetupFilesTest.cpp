@@ -61,18 +61,24 @@ const std::string kUserSettings = R"J({
 }
 )J";
 
-// `text` with `addition` put in before the first `before` after `after`.
-std::string inserted(std::string text, const std::string& after, const std::string& before, const std::string& addition) {
-    return text.insert(text.find(before, text.find(after)), addition);
+// The user's settings with ours after the user's entries of an event, then
+// the events the user had not.
+std::string userSettingsInstalled() {
+    std::string text = kUserSettings;
+    // Puts `addition` in before the first `before` after `after`.
+    const auto insert = [&text](const char* after, const char* before, const std::string& addition) {
+        text.insert(text.find(before, text.find(after)), addition);
+    };
+    insert("notify-send", "\n    ]", ",\n" + ours("      ", nullptr, "claude"));
+    insert("check-bash", "\n    ]", ",\n" + ours("      ", "AskUserQuestion", "claude"));
+    insert("check-bash", "\n  },\n  \"model\"",
+           ",\n    \"UserPromptSubmit\": [\n" + ours("      ", nullptr, "claude") + "\n    ],\n    \"PermissionRequest\": [\n" +
+               ours("      ", "*", "claude") + "\n    ],\n    \"Notification\": [\n" + ours("      ", nullptr, "claude") +
+               "\n    ]");
+    return text;
 }
 
-// Ours after the user's entries of an event, then the events the user had not.
-const std::string kUserSettingsInstalled = inserted(
-    inserted(inserted(kUserSettings, "notify-send", "\n    ]", ",\n" + ours("      ", nullptr, "claude")), "check-bash",
-             "\n    ]", ",\n" + ours("      ", "AskUserQuestion", "claude")),
-    "check-bash", "\n  },\n  \"model\"",
-    ",\n    \"UserPromptSubmit\": [\n" + ours("      ", nullptr, "claude") + "\n    ],\n    \"PermissionRequest\": [\n" +
-        ours("      ", "*", "claude") + "\n    ],\n    \"Notification\": [\n" + ours("      ", nullptr, "claude") + "\n    ]");
+const std::string kUserSettingsInstalled = userSettingsInstalled();
 
 const std::string kOldCodexEntries = R"J({
   "hooks": {

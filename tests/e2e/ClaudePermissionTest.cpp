@@ -116,12 +116,9 @@ TEST_F(ClaudePermission, StoredRulesAllowWithoutTheApp) {
                                                                      " session=" + session_});
     }
     EXPECT_TRUE(payloadsIn(inboxOf(environment_)).empty());
-    // Not covered, another tool, or a file that is not UTF-8: the app is asked.
+    // Not covered, or another tool: the app is asked.
     EXPECT_EQ(answered(bash("npmx"), "deny").out, denial(""));
-    EXPECT_EQ(answered(bash("rm /tmp/x/a.log"), "deny").out, denial(""));
     EXPECT_EQ(answered(request("Read", R"({"file_path":"/tmp/a.log"})", "[]"), "deny").out, denial(""));
-    writeText(autoAcceptFile("Bash"), "npm \xff");
-    EXPECT_EQ(answered(bash("npm test"), "deny").out, denial(""));
 }
 
 TEST_F(ClaudePermission, AlwaysWithAModeSwitchAllowsTheWholeTool) {
@@ -186,36 +183,18 @@ TEST_F(ClaudePermission, AlwaysNeverWritesOutsideTheProjectOrIntoAnOddFile) {
              ASSERT_EQ(::symlink(outside.c_str(), settingsFile().c_str()), 0);
          },
          "", settingsFile() + " is a link to " + outside + ", outside the project; nothing written"},
-        {"a link to a missing file elsewhere",
-         [&] {
-             makeDirectories(claude);
-             ASSERT_EQ(::symlink(dir_.file("missing").c_str(), settingsFile().c_str()), 0);
-         },
-         "", settingsFile() + " is a link to " + dir_.file("missing") + ", which does not exist; nothing written"},
         {".claude a link elsewhere",
          [&] {
              makeDirectories(dir_.file("elsewhere"));
              ASSERT_EQ(::symlink(dir_.file("elsewhere").c_str(), claude.c_str()), 0);
          },
          "", claude + " is a link to " + dir_.file("elsewhere") + "; nothing written"},
-        {"a file of another shape",
-         [&] {
-             makeDirectories(claude);
-             writeText(settingsFile(), "[\"Read\"]");
-         },
-         "", settingsFile() + " is not a JSON object; left as it was"},
         {"a FIFO",
          [&] {
              makeDirectories(claude);
              ASSERT_EQ(::mkfifo(settingsFile().c_str(), 0600), 0);
          },
          "", "cannot read " + settingsFile() + ": not a regular file; left as it was"},
-        {"a file over 16 MiB",
-         [&] {
-             makeDirectories(claude);
-             writeText(settingsFile(), "{\"pad\":\"" + std::string(16u << 20, 'x') + "\"}");
-         },
-         "", "cannot read " + settingsFile() + ": larger than 16 MiB; left as it was"},
     };
     for (const Case& c : cases) {
         std::filesystem::remove_all(claude);
@@ -227,7 +206,6 @@ TEST_F(ClaudePermission, AlwaysNeverWritesOutsideTheProjectOrIntoAnOddFile) {
         EXPECT_EQ(finished.out, kAllow) << c.what;
         EXPECT_EQ(messagesIn(finished.err).back(), "Always-allow: " + c.logged) << c.what;
         EXPECT_EQ(readText(outside), "{}") << c.what;
-        EXPECT_FALSE(exists(dir_.file("missing"))) << c.what;
         EXPECT_TRUE(!exists(dir_.file("elsewhere")) || std::filesystem::is_empty(dir_.file("elsewhere"))) << c.what;
         if (!c.written.empty()) {
             EXPECT_EQ(readText(c.written), kept) << c.what;
@@ -238,12 +216,3 @@ TEST_F(ClaudePermission, AlwaysNeverWritesOutsideTheProjectOrIntoAnOddFile) {
     }
 }
 
-TEST_F(ClaudePermission, AlwaysWithoutRulesSkipsTheSettings) {
-    const Finished finished = answered(bash("npm test", "[]"), "always");
-    EXPECT_EQ(finished.out, kAllow);
-    EXPECT_EQ(readText(autoAcceptFile("Bash")), "");
-    const auto messages = messagesIn(finished.err);
-    EXPECT_EQ(messages.at(messages.size() - 2), "Always-allow: wrote rules to " + autoAcceptFile("Bash") + ": []");
-    EXPECT_EQ(messages.back(), "Always-allow: skipping settings.local.json persist (empty cwd or rules)");
-    EXPECT_FALSE(exists(cwd_ + "/.claude"));
-}

@@ -52,24 +52,6 @@ TEST_F(ClaudeQuestion, TheSingleQuestionFormIsAskedAndAnswered) {
               R"({"hookSpecificOutput":{"hookEventName":"PreToolUse","permissionDecision":"ask"}})");
 }
 
-TEST_F(ClaudeQuestion, InPlanModeThePlanGoesAlong) {
-    plan("db-plan", "\n# Move to SQLite\n");
-    const std::string extra = R"(,"permission_mode":"plan","transcript_path":")" + transcriptNaming("db-plan") + "\"";
-    const Finished finished =
-        answered(call("PreToolUse", "AskUserQuestion", kDatabaseQuestion, extra), R"({"answers":[["Postgres"]]})");
-    EXPECT_EQ(app_.message, R"({"context":"# Move to SQLite","questions":[{"options":[{"label":"Postgres"},{"label":"SQLite"}],"question":"Which database?"}]})");
-    const auto messages = afterEventLine(finished);
-    EXPECT_EQ(messages.at(0), "findPlanContent: matched plan via transcript slug 'db-plan'");
-    EXPECT_EQ(messages.at(1), "PreToolUse AskUserQuestion: found plan context (16 chars)");
-
-    // A plan older than 15 seconds belongs to an earlier question: none goes along.
-    plan("db-plan", "# Old", 20);
-    const Finished stale =
-        answered(call("PreToolUse", "AskUserQuestion", kDatabaseQuestion, extra), R"({"answers":[["Postgres"]]})");
-    EXPECT_EQ(app_.message.find("context"), std::string::npos);
-    EXPECT_EQ(afterEventLine(stale).at(0), "findPlanContent: plan file 'db-plan' is stale (20s old), skipping");
-}
-
 TEST_F(ClaudeQuestion, APlanReviewAnsweredWithAChangeRequestKeepsClaudePlanning) {
     plan("ship-it", "# Ship it\n\n1. Build\n2. Release");
     const std::string extra = R"(,"transcript_path":")" + transcriptNaming("ship-it") + "\"";
@@ -96,19 +78,3 @@ TEST_F(ClaudeQuestion, APlanReviewAnsweredWithAChangeRequestKeepsClaudePlanning)
     EXPECT_EQ(answered(input, "Approve").out, denial(""));
 }
 
-TEST_F(ClaudeQuestion, APlanReviewWithoutPlanOrAnswer) {
-    const std::string input = call("PermissionRequest", "ExitPlanMode", "{}");
-    const Finished finished = answered(input, "");
-    EXPECT_EQ(finished.out, "");
-    const auto messages = afterEventLine(finished);
-    EXPECT_EQ(messages.at(0), "ExitPlanMode: looking for plan content");
-    EXPECT_EQ(messages.at(1), "ExitPlanMode: no plan file found");
-    EXPECT_EQ(messages.back(), "ExitPlanMode: no response, yielding to TUI");
-    EXPECT_EQ(app_.message.find("context"), std::string::npos);
-
-    // Without a slug in the transcript, the newest plan file is the plan.
-    plan("older", "Older", 100);
-    plan("newer", "Newer", 50);
-    answered(input, R"({"answers":[["deny"]]})");
-    EXPECT_NE(app_.message.find(R"("context":"Newer")"), std::string::npos);
-}

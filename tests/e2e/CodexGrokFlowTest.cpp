@@ -73,12 +73,10 @@ TEST_F(AgentFlow, CodexPermissionReplies) {
 TEST_F(AgentFlow, CodexRoutesByExactName) {
     const std::pair<std::string, std::vector<std::string>> cases[] = {
         {R"("hook_event_name":"SessionStart","source":"resume")", {"SessionStart: source=resume, no-op"}},
-        {R"("hook_event_name":"SessionStart")", {"SessionStart: source=nil, no-op"}},
         {R"("hook_event_name":"PostToolUse")", {"PostToolUse not yet handled for codex, passing through"}},
         {R"("hook_event_name":"stop")", {"Unknown codex event stop, exiting"}},
         {R"("hook_event_name":"Interrupt","stop_hook_active":true)", {"Non-stop event with stop_hook_active=true, skipping"}},
         {R"("x":1)", {"Unknown codex event nil, exiting"}},
-        {R"("hook_event_name":"Stop","last_assistant_message":"")", {"Stop: finalMessage (0 chars): "}},
     };
     for (const auto& [members, messages] : cases) {
         const Finished finished = runHook({"codex"}, R"({"session_id":")" + session_ + R"(",)" + members + "}", environment_);
@@ -97,7 +95,6 @@ TEST_F(AgentFlow, GrokPreToolUseAnswersInGroksOwnForm) {
     };
     const Case cases[] = {
         {"allow", R"({"decision":"allow"})"},
-        {"Deny", R"({"decision":"deny"})"},
         {"Use the Makefile in /src", R"({"decision":"deny","reason":"Use the Makefile in \/src"})"},
         {"", ""},
     };
@@ -128,16 +125,6 @@ TEST_F(AgentFlow, GrokFinishedTurnFromTheSessionHistory) {
 
     const Finished shutdown = runHook({"grok"}, grok("Stop", R"(,"reason":"Shutdown")"), environment_);
     EXPECT_EQ(afterEventLine(shutdown), std::vector<std::string>{"Stop reason=shutdown, skipping"});
-}
-
-TEST_F(AgentFlow, GrokEventFromTheEnvironment) {
-    environment_.extra["GROK_HOOK_EVENT"] = "session_end";
-    environment_.extra["GROK_SESSION_ID"] = session_;
-    const Finished finished = runHook({"grok"}, "", environment_);
-    EXPECT_EQ(finished.status, 0);
-    EXPECT_EQ(messagesIn(finished.err).at(2), "Event: session_end session=" + session_);
-    EXPECT_EQ(payloadsIn(inboxOf(environment_)),
-              std::vector<std::string>{dismissPayload(session_)});
 }
 
 // With no app running as a request goes out, the request gets 20 s to be

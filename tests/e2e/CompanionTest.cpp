@@ -1,5 +1,5 @@
-// The stand-in app against hand-written requests: what it shows of a request's
-// choices and what it writes back for a scripted answer or a typed one.
+// The stand-in app against a hand-written request: what it shows of the
+// request's choices and what it writes back for a scripted answer or a typed one.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -17,27 +17,20 @@ protected:
         session_ = uniqueSessionId("companion");
     }
 
-    // Puts one request in the inbox, as the hook would, and runs the companion
-    // until it has answered it; `timeout` ends a companion that never does.
-    Finished answer(const std::string& status, const std::string& body, const std::vector<std::string>& options,
-                    const std::string& input) {
+    // Puts one permission request in the inbox, as the hook would, and runs
+    // the companion until it has answered it; `timeout` ends a companion that
+    // never does.
+    Finished answer(const std::string& body, const std::vector<std::string>& options, const std::string& input) {
         ::unlink(responseFile().c_str());
-        request("1", status, body);
+        writeText(messageFile(), body);
+        writeText(inboxOf(environment_) + "/" + session_ + ".json",
+                  R"({"agent":"claude-code","kind":"update","messageFile":")" + messageFile() + R"(","requestId":")" +
+                      session_ + R"(","responseFile":")" + responseFile() + R"(","sessionId":")" + session_ +
+                      R"(","status":"permission","summary":"Run command?"})");
         std::vector<std::string> arguments{"10", AGENT_HOOK_COMPANION, "--exit-after", "1"};
         arguments.insert(arguments.end(), options.begin(), options.end());
         RunningProcess companion = start("/usr/bin/timeout", arguments, environment_.build(), true, input);
         return finish(companion);
-    }
-
-    // An update payload "<session>-<key>" in the inbox; `hookPid` when not 0.
-    void request(const std::string& key, const std::string& status, const std::string& body, pid_t hookPid = 0) {
-        writeText(messageFile(), body);
-        const std::string pid = hookPid != 0 ? R"(,"hookPid":)" + std::to_string(hookPid) : "";
-        writeText(inboxOf(environment_) + "/" + session_ + "-" + key + ".json",
-                  R"({"agent":"claude-code","kind":"update","messageFile":")" + messageFile() +
-                      R"(","requestId":")" + session_ + "-" + key + R"(","responseFile":")" + responseFile() +
-                      R"(","sessionId":")" + session_ + R"(","status":")" + status + R"(","summary":"Run command?")" +
-                      pid + "}");
     }
 
     std::string messageFile() const { return dir_.file("message.txt"); }
@@ -81,46 +74,10 @@ TEST_F(Companion, PermissionChoicesSendTheWordsTheHookUnderstands) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.input.empty() ? c.options.back() : c.input);
-        const Finished companion = answer("permission", body, c.options, c.input);
+        const Finished companion = answer(body, c.options, c.input);
         EXPECT_EQ(companion.status, 0) << companion.err;
         EXPECT_NE(companion.out.find(shown), std::string::npos) << companion.out;
         EXPECT_EQ(readText(responseFile()), c.response);
     }
 }
 
-TEST_F(Companion, EachQuestionTakesItsOwnLineOfNumbers) {
-    const std::string body =
-        R"({"questions":[{"question":"Which database?","header":"Database","options":[{"label":"Postgres"},{"label":"SQLite"}]},)"
-        R"({"question":"Which checks?","header":"Checks","multiSelect":true,)"
-        R"("options":[{"label":"Lint"},{"label":"Types","description":"tsc"},{"label":"Tests"}]}]})";
-    const Finished companion = answer("question", body, {}, "2\n1, 3\n");
-    EXPECT_EQ(companion.status, 0) << companion.err;
-    EXPECT_NE(companion.out.find("question 1 [Database]: Which database?\n"
-                                 "    1. Postgres\n"
-                                 "    2. SQLite\n"
-                                 "question 2 [Checks] (several allowed): Which checks?\n"
-                                 "    1. Lint\n"
-                                 "    2. Types - tsc\n"
-                                 "    3. Tests\n"),
-              std::string::npos)
-        << companion.out;
-    EXPECT_EQ(readText(responseFile()), R"({"answers":[["SQLite"],["Lint","Tests"]]})");
-}
-
-TEST_F(Companion, ARequestWhoseHookIsGoneIsDropped) {
-    // A hook killed with SIGKILL leaves its request behind; this one's pid is free again.
-    const pid_t gone = [] {
-        RunningProcess exited = start("/bin/true", {}, {});
-        return finish(exited).pid;
-    }();
-    request("a", "completed", "Done.", gone);
-    // Arrival order follows modification times: this one came a second earlier.
-    setAge(inboxOf(environment_) + "/" + session_ + "-a.json", 1);
-    const Finished companion = answer("completed", "Done.", {"--answer", "go on"}, "");
-    EXPECT_EQ(companion.status, 0) << companion.err;
-    EXPECT_NE(companion.out.find("companion: dropped " + session_ + "-a: its hook (pid " + std::to_string(gone) + ") is gone\n"),
-              std::string::npos)
-        << companion.out;
-    EXPECT_NE(companion.out.find("companion: answered " + session_ + "-1: go on"), std::string::npos) << companion.out;
-    EXPECT_EQ(readText(responseFile()), "go on");
-}

@@ -18,13 +18,6 @@ protected:
 
 }  // namespace
 
-TEST_F(Hostile, AGoneReaderOfTheDecision) {
-    RunningProcess process = start(AGENT_HOOK_PROGRAM, {"claude"}, environment_.build(), true, deciding(), Output::readerGone);
-    const Finished finished = finish(process);
-    EXPECT_EQ(finished.status, 0);
-    EXPECT_EQ(messagesIn(finished.err).back(), "Failed to write the decision to standard output: Broken pipe");
-}
-
 TEST_F(Hostile, ClosedStandardStreams) {
     // The hook starts with standard error closed: the log file must not take its number.
     const std::size_t since = logSize();
@@ -53,10 +46,3 @@ TEST_F(Hostile, ASessionIdThatCouldLeaveTheScratchDirectory) {
     EXPECT_FALSE(exists("/tmp/escaped-stop-message.txt"));
 }
 
-TEST_F(Hostile, ARelativeDataHomeIsIgnored) {
-    environment_.extra["XDG_DATA_HOME"] = "relative/data";
-    const Finished finished = runHook({"claude"}, event("UserPromptSubmit"), environment_);
-    EXPECT_EQ(finished.status, 0);
-    EXPECT_EQ(payloadsIn(environment_.home + "/.local/share/voxtrel/agent/inbox"),
-              std::vector<std::string>{dismissPayload(session_)});
-}

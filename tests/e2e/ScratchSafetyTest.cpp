@@ -66,29 +66,6 @@ echo "left in the planted place: $(find /tmp/elsewhere $S -mindepth 1 2>/dev/nul
     }
 }
 
-TEST_F(ScratchSafety, TheUsersOwnDirectoryIsMadePrivate) {
-    const Finished finished = inPrivateTmp(R"sh(
-printf '%s' "$note" | $hook claude 2>/dev/null
-stat -c '%a %U' $S $S/debug.log
-rm -r $S
-mkdir -m 0777 $S
-printf '%s' "$note" | $hook codex 2>/dev/null
-stat -c '%a' $S
-)sh");
-    EXPECT_EQ(finished.out, "700 root\n600 root\n700\n") << finished.err;
-}
-
-TEST_F(ScratchSafety, TheLogIsNeverWrittenThroughALink) {
-    const Finished finished = inPrivateTmp(R"sh(
-mkdir -m 0700 $S
-echo secret > /tmp/secret
-ln -s /tmp/secret $S/debug.log
-printf '%s' "$note" | $hook claude 2>/dev/null
-cat /tmp/secret
-)sh");
-    EXPECT_EQ(finished.out, "secret\n") << finished.err;
-}
-
 TEST_F(ScratchSafety, AResponseFileThatIsALinkOrAnotherUsersIsNotTheAnswer) {
     const Finished finished = inPrivateTmp(R"sh(
 echo 'my secret' > /tmp/secret

@@ -80,18 +80,6 @@ TEST_F(Withdrawal, TheAgentGone) {
     }
 }
 
-TEST_F(Withdrawal, ATerminalOrTheNullDeviceIsNeverAGoneAgent) {
-    for (const Output output : {Output::nullDevice, Output::terminal}) {
-        RunningProcess process = waiting(stopEvent(), output);
-        EXPECT_TRUE(stillRunningLater(process.pid));
-        app_.answerNext(environment_, "go on");
-        app_.join();
-        const Finished finished = finish(process);
-        EXPECT_EQ(finished.status, 0);
-        EXPECT_EQ(messagesIn(finished.err).back(), "Stop: relaying voice response via decision=block reason");
-    }
-}
-
 TEST_F(Withdrawal, AnAnswerInClaudeCodesOwnDialog) {
     // The call is written before the hook starts; another call of the tool runs in parallel.
     writeText(transcript(),
@@ -102,15 +90,6 @@ TEST_F(Withdrawal, AnAnswerInClaudeCodesOwnDialog) {
     EXPECT_TRUE(stillRunningLater(process.pid));
     append(R"({"type":"user","message":{"content":[{"type":"tool_result","tool_use_id":"toolu_2","content":"ok"}]}})" "\n");
     expectWithdrawn(process, "The call was answered in Claude Code (toolu_2)");
-}
-
-TEST_F(Withdrawal, APromptTypedWhileATurnWaits) {
-    const std::string enqueue = R"({"type":"queue-operation","operation":"enqueue","content":"and use tabs"})";
-    writeText(transcript(), enqueue + "\n");  // typed before this turn ended
-    RunningProcess process = waiting(stopEvent());
-    EXPECT_TRUE(stillRunningLater(process.pid));
-    append(enqueue + "\n");
-    expectWithdrawn(process, "A prompt was typed into Claude Code");
 }
 
 // A permission request given up after the session's next request (its Stop)

@@ -39,8 +39,6 @@ TEST(SetupHostileFiles, EveryCommandEndsAndReplacesNothingOdd) {
              ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
          },
          "will not replace", true},
-        {"a Grok hooks file a FIFO", "/.grok/hooks/other.json",
-         [](const std::string& path) { ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0); }, "not a regular file"},
         {"Grok's config.toml a FIFO", "/.grok/config.toml",
          [](const std::string& path) { ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0); }, nullptr},
     };
@@ -71,24 +69,6 @@ TEST(SetupHostileFiles, EveryCommandEndsAndReplacesNothingOdd) {
             EXPECT_FALSE(S_ISREG(info.st_mode)) << c.what;  // left as it was
         }
     }
-}
-
-// A config.toml may hold bytes that are not UTF-8 (it is not a path): the
-// report stays JSON, that entry is unhealthy, and the rest is reported.
-TEST(SetupHostileFiles, AStatusReportWithACommandThatIsNotUtf8) {
-    const setuptest::SetupHome home;
-    ASSERT_EQ(home.run({"install", "grok"}).status, 0);
-    writeText(home.home + "/.grok/config.toml", setuptest::withHook("[[hooks.Stop]]\n[[hooks.Stop.hooks]]\ntype = \"command\"\n"
-                                                                    "command = \"@HOOK@ grok \xFF\"\ntimeout = 1860\n",
-                                                                    home.hook));
-    const testsupport::Finished run = home.run({"status", "grok", "--json"});
-    EXPECT_EQ(run.status, 1);
-    const nlohmann::json report = nlohmann::json::parse(run.out);
-    const nlohmann::json& entries = report["agents"][0]["entries"];
-    ASSERT_EQ(entries.size(), 5u) << run.out;
-    EXPECT_EQ(entries[4]["command"], home.hook + " grok \xEF\xBF\xBD");
-    EXPECT_EQ(entries[4]["problems"][0], "the command is not valid UTF-8");
-    for (std::size_t i = 0; i < 4; ++i) EXPECT_TRUE(entries[i]["problems"].empty()) << entries[i];
 }
 
 // `sudo -E agent-hook-setup install` on a user's home: everything created or

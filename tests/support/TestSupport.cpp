@@ -174,19 +174,6 @@ void makeOutput(Output output, int out[2]) {
             out[1] = pair[1];
             return;
         }
-        case Output::nullDevice:
-            out[0] = -1;
-            out[1] = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-            if (out[1] >= 0) return;
-            break;
-        case Output::terminal: {
-            const int master = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-            if (master < 0 || ::grantpt(master) != 0 || ::unlockpt(master) != 0) break;
-            out[0] = master;
-            out[1] = ::open(::ptsname(master), O_WRONLY | O_NOCTTY | O_CLOEXEC);
-            if (out[1] >= 0) return;
-            break;
-        }
     }
     throw std::runtime_error("cannot make the child's standard output");
 }

@@ -87,10 +87,9 @@ struct Finished {
 };
 
 // What the child's standard output is: a pipe or a socket read by the test
-// (stdoutFd; closing it makes the reader go away), the null device, or a
-// terminal (stdoutFd is its master side).
-// readerGone: a pipe whose reading end is closed before the child starts.
-enum class Output { pipe, socket, nullDevice, terminal, readerGone };
+// (stdoutFd; closing it makes the reader go away), or a pipe whose reading
+// end is closed before the child starts.
+enum class Output { pipe, socket, readerGone };
 
 RunningProcess start(const std::string& program, const std::vector<std::string>& arguments,
                      const std::vector<std::string>& environment, bool closeStdin = true,

@@ -27,12 +27,6 @@ std::vector<std::string> namesIn(const std::string& directory) {
     return names;
 }
 
-mode_t modeOf(const std::string& path) {
-    struct stat status{};
-    ::stat(path.c_str(), &status);
-    return status.st_mode & 07777;
-}
-
 // Files larger than `bytes` cannot be written while the object lives.
 class FileSizeLimit {
 public:
@@ -54,19 +48,6 @@ private:
 };
 
 }  // namespace
-
-TEST(AtomicFile, ReplacesTheTargetKeepingItsModeOrMakingItPrivate) {
-    TempDir dir;
-    const std::string target = dir.file("settings.json");
-    writeText(target, "old");
-    ::chmod(target.c_str(), 0640);
-    ASSERT_TRUE(AgentHook::platform::writeFileAtomically(target, "new", nullptr, AtomicFile::Mode::keepTarget));
-    EXPECT_EQ(readText(target), "new");
-    EXPECT_EQ(modeOf(target), 0640u);
-    ASSERT_TRUE(AgentHook::platform::writeFileAtomically(target, "newer"));
-    EXPECT_EQ(modeOf(target), 0600u);
-    EXPECT_EQ(namesIn(dir.path()), std::vector<std::string>{"settings.json"});
-}
 
 TEST(AtomicFile, EveryFailureLeavesTheTargetAndNoTemporary) {
     for (const AtomicFile::Temporary temporary : {AtomicFile::Temporary::unpredictable, AtomicFile::Temporary::pathDotTmp}) {
@@ -94,20 +75,6 @@ TEST(AtomicFile, EveryFailureLeavesTheTargetAndNoTemporary) {
         EXPECT_EQ(readText(target), "old");
         EXPECT_EQ(namesIn(dir.path()), std::vector<std::string>{"x.json"});
     }
-}
-
-TEST(AtomicFile, TheExactTemporaryNeverTakesOverAnExistingName) {
-    TempDir dir;
-    const std::string target = dir.file("id.json");
-    const std::string planted = dir.file("elsewhere");
-    writeText(planted, "someone's");
-    ASSERT_EQ(::symlink(planted.c_str(), (target + ".tmp").c_str()), 0);
-    std::string error;
-    EXPECT_FALSE(AgentHook::platform::writeFileAtomically(target, "payload", &error, AtomicFile::Mode::privateToUser,
-                                                          AtomicFile::Temporary::pathDotTmp));
-    EXPECT_NE(error.find("cannot create a temporary file"), std::string::npos) << error;
-    EXPECT_EQ(readText(planted), "someone's");
-    EXPECT_EQ(namesIn(dir.path()), (std::vector<std::string>{"elsewhere", "id.json.tmp"}));
 }
 
 // What a killed writer left beside a user's file goes at the next write, and

@@ -31,15 +31,3 @@ TEST(Disable, MarkersSwitchOffTheirSessionOrDirectoryOnly) {
     }
 }
 
-TEST(Disable, ADirectoryMarkerCountsAndTheSessionLineComesFirst) {
-    TempDir dir;
-    testsupport::makeDirectories(dir.file("disabled-s1"));
-    testsupport::writeText(dir.file("disabled-d42b9c57d24cf5db3bd8d332dc35437f"), "");
-    EXPECT_TRUE(isAgentDisabled("s1", "/tmp", dir.path()));
-    const std::string log = testsupport::readText(dir.file("debug.log"));
-    EXPECT_NE(log.find("Exiting: voxtrel disabled for session=s1\n"), std::string::npos);
-    EXPECT_EQ(log.find("cwd="), std::string::npos);
-    EXPECT_TRUE(isAgentDisabled("s2", "/tmp", dir.path()));
-    EXPECT_NE(testsupport::readText(dir.file("debug.log")).find("Exiting: voxtrel disabled for cwd=/tmp\n"),
-              std::string::npos);
-}

@@ -8,14 +8,6 @@
 using namespace AgentHook;
 using testsupport::TempDir;
 
-TEST(ProjectInfo, LastPathComponent) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"/work/src/app/", "app"}, {"/work/src/app", "app"}, {"/", "/"}, {"///", "/"},
-        {"plain", "plain"},       {"", ""},                  {"/a", "a"},
-    };
-    for (const auto& [path, last] : cases) EXPECT_EQ(lastPathComponent(path), last) << path;
-}
-
 namespace {
 
 void git(const std::string& directory, const std::string& arguments) {
@@ -43,15 +35,3 @@ TEST(ProjectInfo, AsksGitForTheWorkTreeAndItsBranch) {
     EXPECT_EQ(info.gitBranch, "");
 }
 
-TEST(ProjectInfo, FallsBackToTheDirectoryName) {
-    TempDir dir;
-    testsupport::makeDirectories(dir.file("scratch"));
-    const ProjectInfo outside = getProjectInfo(dir.file("scratch"));
-    EXPECT_EQ(outside.projectName, "scratch");
-    EXPECT_EQ(outside.gitBranch, "");
-    const ProjectInfo missing = getProjectInfo(dir.file("gone/away/"));
-    EXPECT_EQ(missing.projectName, "away");
-    const ProjectInfo empty = getProjectInfo("");
-    EXPECT_EQ(empty.projectName, "");
-    EXPECT_EQ(empty.gitBranch, "");
-}

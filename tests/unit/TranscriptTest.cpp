@@ -21,54 +21,11 @@ using testsupport::TempDir;
 
 namespace {
 
-std::string lastMessageOf(const TempDir& dir, const std::string& transcript) {
-    testsupport::writeText(dir.file("t.jsonl"), transcript);
-    return extractLastAssistantMessage(dir.file("t.jsonl")).value_or("<absent>");
-}
-
-const std::string kUser = R"({"type":"user","message":{"content":"do it"}})";
-
 std::string assistant(const std::string& content) {
     return R"({"type":"assistant","message":{"role":"assistant","content":)" + content + "}}";
 }
 
 }  // namespace
-
-// What an entry's text is; line separators, cut lines and bytes that are not
-// UTF-8 are the whole-file comparison's, further down.
-TEST(Transcript, LastAssistantMessage) {
-    struct Case {
-        const char* label;
-        std::string transcript;
-        std::string expected;
-    };
-    const Case cases[] = {
-        {"text blocks around a tool call are joined",
-         assistant(R"([{"type":"text","text":"A"},{"type":"tool_use","name":"Bash","input":{}},{"type":"text","text":"B"}])"),
-         "A\nB"},
-        {"tool-only entry is passed over",
-         assistant(R"("earlier")") + "\n" + assistant(R"([{"type":"tool_use","name":"Bash","input":{"command":"ls"}}])"),
-         "earlier"},
-        {"a block with a non-object input empties the content",
-         assistant(R"("earlier")") + "\n" + assistant(R"([{"type":"text","text":"x"},{"type":"tool_use","input":"ls"}])"),
-         "earlier"},
-        {"numeric slug fails the entry",
-         assistant(R"("earlier")") + "\n" + R"({"type":"assistant","slug":7,"message":{"content":"later"}})",
-         "earlier"},
-        {"escaped type", assistant(R"("plain")") + "\n" + R"({"type":"\u0061ssistant","message":{"content":"esc"}})",
-         "esc"},
-        {"null content is skipped", assistant(R"("earlier")") + "\n" + assistant("null"), "earlier"},
-        {"empty text block counts as present", assistant(R"([{"type":"text","text":""},{"type":"text","text":"x"}])"),
-         "\nx"},
-        {"an entry longer than a read", assistant("\"" + std::string(600 * 1024, 'y') + "\"") + "\n" + kUser,
-         std::string(600 * 1024, 'y')},
-    };
-    for (const Case& c : cases) {
-        TempDir dir;
-        EXPECT_EQ(lastMessageOf(dir, c.transcript), c.expected) << c.label;
-    }
-    EXPECT_FALSE(extractLastAssistantMessage("/nonexistent/transcript.jsonl"));
-}
 
 // A FIFO is never opened for a blocking read, and an endless device or a
 // directory is never read: each is as good as no transcript.
@@ -82,49 +39,6 @@ TEST(Transcript, OnlyRegularFilesAreRead) {
         EXPECT_FALSE(customTitleOfTranscript(path)) << path;
         EXPECT_FALSE(indexSummaryOfFile(path, "s1")) << path;
     }
-}
-
-TEST(Transcript, SessionTitleLookup) {
-    TempDir dir;
-    ::setenv("HOME", dir.path().c_str(), 1);
-    const std::string project = projectDirectory(dir.path(), "/w/app");
-    testsupport::makeDirectories(project);
-    testsupport::writeText(project + "/sessions-index.json", R"({"entries":[{"sessionId":"s1","summary":"From index"}]})");
-    EXPECT_EQ(getSessionTitle("s1", "/w/app"), "From index");
-
-    testsupport::writeText(project + "/s1.jsonl", R"({"type":"custom-title","customTitle":"Custom"})" "\n");
-    EXPECT_EQ(getSessionTitle("s1", "/w/app"), "Custom");
-    EXPECT_FALSE(getSessionTitle("", "/w/app"));
-    EXPECT_FALSE(getSessionTitle("s1", ""));
-
-    // Claude Code's real folder name for "/w/my app" differs from ours: the
-    // transcript's own folder is used when ours does not exist.
-    const std::string real = dir.path() + "/.claude/projects/-w-my-app";
-    testsupport::makeDirectories(real);
-    testsupport::writeText(real + "/s2.jsonl", R"({"type":"custom-title","customTitle":"Found"})" "\n");
-    EXPECT_EQ(getSessionTitle("s2", "/w/my app", real + "/s2.jsonl"), "Found");
-    EXPECT_FALSE(getSessionTitle("s2", "/w/my app"));
-}
-
-// The title lookup takes the pass the message lookup made; a transcript that
-// has changed since, or a pass made with another line limit, is read again.
-TEST(Transcript, AStalePassIsNotReused) {
-    TempDir dir;
-    const std::string path = dir.file("s.jsonl");
-    const std::string first = assistant(R"("one")") + "\n" + R"({"type":"custom-title","customTitle":"First"})" "\n";
-    testsupport::writeText(path, first);
-    std::optional<TranscriptPass> pass;
-    EXPECT_EQ(extractLastAssistantMessage(path, {}, &pass), "one");
-    ASSERT_TRUE(pass);
-    EXPECT_EQ(customTitleOfTranscript(path, {}, pass), "First");
-    EXPECT_FALSE(customTitleOfTranscript(path, {1024, 10}, pass));  // its title line is over that limit
-    testsupport::writeText(path, first + R"({"type":"custom-title","customTitle":"Second"})" "\n");
-    EXPECT_EQ(customTitleOfTranscript(path, {}, pass), "Second");
-    testsupport::writeText(path, first + "\xC0\x80\n");
-    EXPECT_FALSE(customTitleOfTranscript(path, {}, pass));
-    EXPECT_FALSE(extractLastAssistantMessage(path, {}, &pass));
-    ASSERT_TRUE(pass);
-    EXPECT_FALSE(customTitleOfTranscript(path, {}, pass));
 }
 
 // ---------------------------------------------------------------------------

@@ -59,26 +59,6 @@ TEST_F(TranscriptWatchTest, AResultForThePendingCallEndsTheWait) {
     }
 }
 
-TEST_F(TranscriptWatchTest, ACallWrittenAfterTheRequestIsFoundToo) {
-    testsupport::writeText(path_, toolUse("toolu_old", "Bash", kInput) + "\n" + toolResult("toolu_old") + "\n");
-    // The old call with the same input was answered before: its id counts, its result does not come again.
-    TranscriptWatch watch = startTranscriptWatch(path_, PendingCall{"Bash", *text::parseJson(kInput)});
-    append(toolUse("toolu_new", "Read", R"({"file_path":"\/x"})") + "\n" + toolResult("toolu_new") + "\n");
-    EXPECT_EQ(sessionMovedOn(watch), std::nullopt);
-    append(toolUse("toolu_C", "Bash", kInput) + "\n");
-    EXPECT_EQ(sessionMovedOn(watch), std::nullopt);
-    append(toolResult("toolu_C") + "\n");
-    EXPECT_EQ(sessionMovedOn(watch), "The call was answered in Claude Code (toolu_C)");
-}
-
-TEST_F(TranscriptWatchTest, APlanReviewMatchesTheCallWhoseInputTheEventExtends) {
-    testsupport::writeText(path_, toolUse("toolu_P", "ExitPlanMode", "{}") + "\n");
-    TranscriptWatch watch = startTranscriptWatch(
-        path_, PendingCall{"ExitPlanMode", *text::parseJson(R"({"plan":"# P","planFilePath":"/p.md"})")});
-    append(toolResult("toolu_P") + "\n");
-    EXPECT_EQ(sessionMovedOn(watch), "The call was answered in Claude Code (toolu_P)");
-}
-
 // The prompt queue decides, not one line: a prompt still queued a moment
 // after its enqueue was typed while the turn waited; `claude -p` writes its
 // own prompt as an enqueue and a dequeue at once, possibly in two writes.
@@ -113,15 +93,6 @@ TEST_F(TranscriptWatchTest, APromptStillQueuedEndsAFinishedTurnsWait) {
             EXPECT_EQ(sessionMovedOn(watch, look.now), look.reason) << "case " << i << " at " << look.now;
         }
     }
-}
-
-TEST_F(TranscriptWatchTest, OddFilesMeanNothing) {
-    TranscriptWatch missing = startTranscriptWatch(dir_.file("none.jsonl"), std::nullopt);
-    EXPECT_EQ(sessionMovedOn(missing), std::nullopt);
-    testsupport::writeText(path_, "");
-    TranscriptWatch watch = startTranscriptWatch(path_, PendingCall{"Bash", std::nullopt});
-    append("not json tool_result\n{\"message\":{\"content\":[1,\"tool_result\",{\"type\":3}]}}\n[\"tool_use\"]\n");
-    EXPECT_EQ(sessionMovedOn(watch), std::nullopt);
 }
 
 // A transcript cut shorter or replaced by another file is followed from the

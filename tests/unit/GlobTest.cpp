@@ -29,6 +29,7 @@ TEST(Glob, MatchesLikeTheAnchoredRegularExpression) {
         // included, never a line break: not a whole user-perceived character.
         {"/?", "/e\xCC\x81", false},                                 // e + combining acute
         {"/?", "/\xF0\x9F\x87\xAB\xF0\x9F\x87\xB7", false},         // flag of France: two code points
+        {"/?", "/\n", false},
         {"/e?", "/e\xCC\x81", true},                                 // the mark alone after a literal e
         // Literals and stars work on code points: "*" may take a combining mark.
         {"/e*", "/e\xCC\x81x", true},
